@@ -1,0 +1,71 @@
+# How every target of this project is compiled and linked.
+
+function(kelt_compile_like_us target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor)
+  if(KELTIPC_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Since GCC 10 a note, not a warning of use to anybody, on 32-bit ARM.
+    target_compile_options(${target} PRIVATE -Wno-psabi)
+  endif()
+  if(KELTIPC_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${KELTIPC_SANITIZE} -fno-sanitize-recover=all
+                                             -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${KELTIPC_SANITIZE})
+  endif()
+  if(KELTIPC_HARDENING)
+    kelt_harden(${target})
+  endif()
+endfunction()
+
+function(kelt_harden target)
+  target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
+  target_compile_options(${target} PRIVATE -fstack-protector-strong)
+  if(NOT KELTIPC_SANITIZE AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  endif()
+endfunction()
+
+# kelt_add_library(ipc SOURCES...) makes libkeltipc.so.1, the target keltipc::ipc.
+function(kelt_add_library name)
+  set(target keltipc_${name})
+  add_library(${target} SHARED ${ARGN})
+  add_library(keltipc::${name} ALIAS ${target})
+  kelt_compile_like_us(${target})
+  set(map ${PROJECT_SOURCE_DIR}/src/${name}/kelt${name}.map)
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME kelt${name}
+    EXPORT_NAME ${name}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS ${map})
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/keltipc>)
+  # As the C functions alone: no sd-bus header is public, so nothing of libsystemd reaches users.
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:PkgConfig::SYSTEMD>)
+endfunction()
+
+# Brings a logging library to the link line of those who use keltipc::ipc, behind it: the other order fails under
+# --as-needed. The installed package asks anew (keltipcConfig.cmake.in).
+function(kelt_choose_logging_library)
+  if(KELTIPC_LOGGING_LIBRARY)
+    set(library ${KELTIPC_LOGGING_LIBRARY})
+  else()
+    set(library keltipc_logging)
+  endif()
+  target_link_libraries(keltipc_ipc INTERFACE $<BUILD_INTERFACE:${library}>)
+endfunction()
+
+# kelt_add_program(NAME SOURCES...)
+function(kelt_add_program name)
+  add_executable(${name} ${ARGN})
+  kelt_compile_like_us(${name})
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+endfunction()

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+#include "ipc/data_consumer.h"
+#include "ipc/export.h"
+
+namespace ecu::vorn::ipc {
+
+/// Where signals come from; `QueuePortReader` is the one in this library.
+template <typename Signal>
+class KELTIPC_EXPORT IDataSource {
+ public:
+  virtual ~IDataSource() = default;
+
+  /// Takes the consumer over and destroys the one before. Not while `receive_data` runs.
+  virtual void set_consumer(std::unique_ptr<IDataConsumer<Signal>> new_consumer) = 0;
+
+  /// Runs the receiving loop on the caller's thread until it ends.
+  virtual void receive_data() = 0;
+};
+
+}  // namespace ecu::vorn::ipc

@@ -1,0 +1,7 @@
+#pragma once
+
+/// Marks what libkeltipc offers; everything else in it is hidden.
+#define KELTIPC_EXPORT __attribute__((visibility("default")))
+
+/// Keeps a private member of an exported class out of the binary interface.
+#define KELTIPC_NO_EXPORT __attribute__((visibility("hidden")))

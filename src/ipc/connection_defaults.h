@@ -1,0 +1,15 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+/// The connection settings of this library's family. Nothing here reads them; each unit that includes this header
+/// carries its own copy, built when the library is loaded.
+namespace ecu::vorn::ipc {
+
+static const std::map<std::string, std::string> default_connection_settings = {{"host", "localhost"},
+                                                                               {"port", "1883"}};
+static const std::set<std::string> accepted_connection_settings = {"host", "port", "client_name"};
+
+}  // namespace ecu::vorn::ipc

@@ -1,0 +1,143 @@
+#include "ipc/queue_port_reader.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "connection_defaults.h"
+#include "ipc/signal_processor.h"
+#include "log_line.h"
+#include "wait_for_device.h"
+
+namespace ecu::vorn::ipc {
+namespace {
+
+const Logger logger = logging::module("ipc.queuereader");
+
+constexpr int poll_slice_ms = 300;
+
+}  // namespace
+
+template <std::size_t N, typename Frame>
+QueuePortReader<N, Frame>::QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer)
+    : QueuePortReader(std::move(signal_consumer), 0) {}
+
+template <std::size_t N, typename Frame>
+QueuePortReader<N, Frame>::QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer,
+                                           unsigned int start_id)
+    : consumer(std::move(signal_consumer)), frame_start_id(start_id), fd(-1), stop_requested(false) {}
+
+template <std::size_t N, typename Frame>
+QueuePortReader<N, Frame>::~QueuePortReader() {
+  if (fd >= 0) ::close(fd);
+}
+
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::set_consumer(std::unique_ptr<IDataConsumer<IpcSignal>> new_consumer) {
+  consumer = std::move(new_consumer);
+}
+
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::set_frame_start_id(unsigned int id) {
+  frame_start_id = id;
+}
+
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::stop() {
+  stop_requested.store(true, std::memory_order_relaxed);
+}
+
+template <std::size_t N, typename Frame>
+bool QueuePortReader<N, Frame>::open(const std::string& device) {
+  log_line<Debug>(logger, "Open RX queue '", device, "'");
+  if (fd >= 0) {
+    // Deliberate: unlike the writer's, this line names no file; the reader keeps no path.
+    log_line<Info>(logger, "associated file already opened, closing it ", "first.");
+    ::close(fd);
+    fd = -1;
+  }
+  const unsigned int failures = open_device(device, O_RDONLY, fd);
+  if (fd < 0) {
+    log_line<Error>(logger, "Unable to open RX queue '", device, "' after ", failures, " attempts!");
+    return false;
+  }
+  log_line<Info>(logger, "RX queue '", device, "' opened (retries: ", failures, ")");
+  return true;
+}
+
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::receive_data() {
+  log_line<Debug>(logger,
+                  "Start receiving data (stop: ", stop_requested.load(std::memory_order_relaxed) ? "TRUE" : "FALSE",
+                  " frame_start_id: ", Hex{frame_start_id}, ") ");
+  if (fd < 0) {
+    log_line<Error>(logger, "The rx queue is not open, unable to read IPC data.");
+    return;
+  }
+  SignalProcessor<N, Frame> processor(frame_start_id);
+  pollfd port{fd, POLLIN, 0};
+  Frame frame{};  // Zeroed, so that a failed first read hands on no stray memory.
+  bool announce_timeout = true;
+  while (true) {
+    const int ready = ::poll(&port, 1, poll_slice_ms);
+    if (ready < 0) {
+      log_line<Error>(logger, "Error while reading the queue");
+      return;
+    }
+    if (ready > 0) {
+      receive_frame(processor, frame);
+      announce_timeout = true;
+      continue;
+    }
+    if (!goes_on_after_timeout(announce_timeout)) return;
+    announce_timeout = false;
+  }
+}
+
+/// Deliberate: neither `revents` nor the result of `read` is looked at. The processor gets the buffer as it stands,
+/// with the previous frame's bytes where the read failed or was short.
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& processor, Frame& frame) {
+  [[maybe_unused]] const ssize_t unchecked = ::read(fd, &frame, sizeof frame);
+  processor.process(std::move(frame));
+  if (processor.get_state() != SignalProcessor<N, Frame>::STATE_COMPLETE) {
+    log_line<Debug>(logger, "No signal available yet!");
+    return;
+  }
+  hand_over(processor);
+}
+
+template <std::size_t N, typename Frame>
+void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& processor) {
+  auto taken = processor.take();
+  if (!taken) {
+    log_line<Error>(logger, "Signal was supposed to be available but could not be taken!");
+    return;
+  }
+  IpcSignal signal = std::move(*taken);
+  log_line<Debug>(logger, "Consume signal: ", signal.signal_id);
+  consumer->consume(std::move(signal));
+}
+
+/// Deliberate: the stop request is looked at here only, so a port that is never quiet for a slice keeps the loop
+/// going.
+template <std::size_t N, typename Frame>
+bool QueuePortReader<N, Frame>::goes_on_after_timeout(bool announce) {
+  if (announce) {
+    log_line<Debug>(logger, "Timeout while reading, will retry ", "until stopped ...! ");
+    consumer->on_timeout();
+  }
+  if (!stop_requested.load(std::memory_order_relaxed)) return true;
+  stop_requested.store(false, std::memory_order_relaxed);
+  log_line<Info>(logger, "Stop reading set, finish/end reader!");
+  consumer->on_finish();
+  return false;
+}
+
+template class QueuePortReader<8>;
+template class QueuePortReader<24>;
+template class QueuePortReader<4088>;
+
+}  // namespace ecu::vorn::ipc

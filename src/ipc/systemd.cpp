@@ -1,0 +1,1 @@
+#include "ipc/systemd.h"

@@ -1,0 +1,21 @@
+#include "ipc/utils.h"
+
+#include <sys/stat.h>
+
+namespace ecu::vorn::ipc::utils {
+
+bool is_char_dev(const std::string& path) {
+  struct stat record {};
+  if (::stat(path.c_str(), &record) == -1) return false;
+  return S_ISCHR(record.st_mode);
+}
+
+bool is_queuing_port_ok(int fd) {
+  if (fd < 0) return false;
+  struct stat record {};
+  if (::fstat(fd, &record) == -1) return false;
+  // A removed node stays open but has no name left: nothing reaches the other side through it.
+  return S_ISCHR(record.st_mode) && record.st_nlink != 0;
+}
+
+}  // namespace ecu::vorn::ipc::utils

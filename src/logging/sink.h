@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace ecu::vorn::logging {
+
+/// Gives a finished line to the sink in force.
+void hand_to_sink(int level, const std::string& module, const std::string& text);
+
+}  // namespace ecu::vorn::logging

@@ -1,0 +1,40 @@
+#include <exception>
+#include <iostream>
+
+#include "commands.h"
+#include "exit_status.h"
+
+namespace {
+
+/// CLI11 has exit codes of its own; this tool's users expect 0 and 2.
+int report(const CLI::App& app, const CLI::ParseError& error) {
+  const bool asked_for = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
+  app.exit(error, std::cout, std::cerr);
+  return asked_for ? keltipc::exit_done : keltipc::exit_usage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
+  app.set_version_flag("--version", "keltipc " KELTIPC_VERSION);
+  app.require_subcommand(1);
+
+  keltipc::Run run;
+  keltipc::add_send_command(app, run);
+  keltipc::add_dump_command(app, run);
+  keltipc::add_unit_command(app, run);
+  keltipc::add_target_command(app, run);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return report(app, error);
+  }
+  try {
+    return run();
+  } catch (const std::exception& error) {
+    std::cerr << "keltipc: " << error.what() << '\n';
+    return keltipc::exit_failed;
+  }
+}

@@ -1,0 +1,7 @@
+#include "commands.h"
+
+namespace keltipc {
+
+void add_unit_command(CLI::App&, Run&) {}
+
+}  // namespace keltipc
