@@ -1,0 +1,31 @@
+// Sends all log lines, the library's own included, to the application's log: log_sink FILE
+#include <ipc/queue_port_writer.h>
+#include <logging/logging.h>
+
+#include <fstream>
+#include <iostream>
+
+using namespace ecu::vorn;
+
+int main(int argc, char** argv) {
+  std::ofstream file(argc == 2 ? argv[1] : "");
+  if (!file) {
+    std::cerr << "usage: log_sink FILE\n";
+    return 2;
+  }
+  logging::set_log_level(7);  // DEBUG lines too
+  // Called for one line at a time, whatever thread it comes from. A service on a systemd machine takes
+  // logging::set_sink(logging::journal_sink) instead.
+  logging::set_sink([&](int level, const std::string& module, const std::string& text) {
+    file << level << '|' << module << '|' << text << std::endl;
+  });
+
+  const auto log = logging::module("example");
+  logging::INFO << log << "the answer is " << 42;
+  logging::INFO.do_flush();
+
+  ipc::QueuePortWriter<8> writer;
+  const bool sent = writer.open("/dev/null") && writer.transmit_data({0x5a, 0, 0, {'h', 'i'}});
+  logging::set_sink({});  // The file goes before the library does.
+  return sent ? 0 : 1;
+}

@@ -1,0 +1,28 @@
+// Waits until a target is up: wait_for_target TARGET SECONDS
+#include <ipc/systemd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <thread>
+
+using namespace ecu::vorn;
+using namespace std::chrono_literals;
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: wait_for_target TARGET SECONDS\n";
+    return 2;
+  }
+  ipc::Systemd systemd;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::atoi(argv[2]));
+  // Each call asks the manager; there is nothing to subscribe to. True from "activating" on.
+  while (!systemd.is_target_active(argv[1])) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      std::cerr << argv[1] << " is not active after " << argv[2] << " s\n";
+      return 1;
+    }
+    std::this_thread::sleep_for(200ms);
+  }
+  std::cout << argv[1] << " is active" << std::endl;
+}
