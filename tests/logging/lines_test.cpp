@@ -88,15 +88,13 @@ void number(std::ostream& os, int thread, int i) {
 }
 
 TEST_F(Lines, OfEightThreadsStayWholeAndInTheirOwnFormat) {
-  struct Model {
-    std::ostringstream os;
-    int taken = 0, wrong = 0;
-  } models[8];
-  set_sink([&models](int, const auto& module, const auto& text) {
-    Model& model = models[std::stoi(module)];
-    model.os.str("");
-    number(model.os, std::stoi(module), model.taken++);
-    model.wrong += model.os.str() != text;
+  std::ostringstream models[8];
+  int taken[8] = {}, wrong = 0;
+  set_sink([&](int, const auto& module, const auto& text) {
+    const int t = std::stoi(module);
+    models[t].str("");
+    number(models[t], t, taken[t]++);
+    wrong += models[t].str() != text;
   });
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
@@ -105,7 +103,8 @@ TEST_F(Lines, OfEightThreadsStayWholeAndInTheirOwnFormat) {
     });
   }
   for (auto& thread : threads) thread.join();
-  for (const auto& model : models) EXPECT_TRUE(model.taken == 2000 && model.wrong == 0);
+  EXPECT_THAT(taken, ::testing::Each(2000));
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(Lines, AreLostByASinkThatThrowsAndTheCallerFeelsNothing) {
@@ -145,7 +144,7 @@ TEST_F(Lines, OfAForkedChildAreTakenWhateverOtherThreadsWereAt) {
   std::thread other([&] {
     while (!done) write(INFO, door, "busy");
   });
-  const auto log_in_time = [this] { ::alarm(20), write(INFO, door, "from the child"), ::_exit(0); };
+  const auto log_in_time = [this] { ::alarm(5), write(INFO, door, "from the child"), ::_exit(0); };
   for (int i = 0, status = -1; i < 20; ++i) {
     const pid_t child = ::fork();
     if (child == 0) log_in_time();
