@@ -18,7 +18,8 @@ class LineBuffer : public LogStreambuf {
   std::streamsize xsputn(const char* characters, std::streamsize count) override;
 };
 
-/// A line under construction and the stream that takes its pieces. Used again for the next line, format state and all.
+/// A line under construction and the stream that takes its pieces. Used again for the next line, and keeps its
+/// format state.
 struct Line {
   explicit Line(int level) : stream(level) { stream.rdbuf(&buffer); }
 

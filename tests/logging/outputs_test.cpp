@@ -12,8 +12,7 @@
 using namespace ecu::vorn::logging;
 
 /// A pipe in packet mode takes its place: each write(2) comes out apart.
-class StandardError : public ::testing::Test {
- protected:
+struct StandardError : ::testing::Test {
   StandardError() { ::pipe2(ends, O_DIRECT | O_NONBLOCK) == 0 && ::dup2(ends[1], STDERR_FILENO) && ::close(ends[1]); }
   ~StandardError() override { ::dup2(saved, STDERR_FILENO); }
   std::string next_write() {
