@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <iterator>
 #include <stdexcept>
 
@@ -14,9 +15,8 @@ namespace {
 using test::Transcript;
 using testing::ElementsAre;
 
-class NotingConsumer : public IDataConsumer<IpcSignal> {
- public:
-  NotingConsumer(Transcript& notes, std::function<void()> action) : happened(notes), meanwhile(std::move(action)) {}
+struct NotingConsumer : IDataConsumer<IpcSignal> {
+  NotingConsumer(Transcript& notes, std::function<void()>& action) : happened(notes), meanwhile(action) {}
   ~NotingConsumer() override { happened.emplace_back("gone"); }
   void consume(IpcSignal&& signal) override {
     happened.push_back("consume " + test::printed(signal));
@@ -24,10 +24,8 @@ class NotingConsumer : public IDataConsumer<IpcSignal> {
   }
   void on_finish() override { happened.emplace_back("on_finish"); }
   void on_timeout() override { happened.emplace_back("on_timeout"); }
-
- private:
   Transcript& happened;
-  std::function<void()> meanwhile;
+  std::function<void()>& meanwhile;
 };
 
 template <typename Size>
@@ -35,11 +33,7 @@ class AReader : public testing::Test {
  protected:
   static constexpr std::size_t N = Size::value;
 
-  auto consumer() {
-    return std::make_unique<NotingConsumer>(happened, [this] {
-      if (during_consume) during_consume();
-    });
-  }
+  auto consumer() { return std::make_unique<NotingConsumer>(happened, during_consume); }
   void deliver(std::uint32_t word, std::size_t total_size, const std::string& payload) {
     calls.deliver(test::raw_bytes(test::frame_of<N>(word, total_size, payload)));
   }
@@ -51,10 +45,9 @@ class AReader : public testing::Test {
     return happened;
   }
   Transcript consumed() {
+    const Transcript all = receive();
     Transcript signals;
-    for (const auto& note : receive()) {
-      if (note.rfind("consume ", 0) == 0) signals.push_back(note);
-    }
+    std::copy_if(all.begin(), all.end(), std::back_inserter(signals), [](auto& note) { return note[0] == 'c'; });
     return signals;
   }
 
@@ -63,54 +56,37 @@ class AReader : public testing::Test {
   test::SystemCalls calls{happened};
   std::function<void()> during_consume;
   QueuePortReader<N> reader{consumer(), 0x10};
-
-  const std::string start = "DEBUG Start receiving data (stop: FALSE frame_start_id: 10) ";
-  const std::string start_stopped = "DEBUG Start receiving data (stop: TRUE frame_start_id: 10) ";
-  const std::string poll = "poll(1000:1, 1, 300)";
-  const std::string read = "read(1000, " + std::to_string(N + 8) + ")";
-  const std::string not_yet = "DEBUG No signal available yet!";
-  const std::string timeout = "DEBUG Timeout while reading, will retry until stopped ...! ";
-  const std::string stopping = "INFO Stop reading set, finish/end reader!";
-  const std::string failed = "ERROR Error while reading the queue";
 };
+
+constexpr auto start = "DEBUG Start receiving data (stop: FALSE frame_start_id: 10) ";
+constexpr auto start_stopped = "DEBUG Start receiving data (stop: TRUE frame_start_id: 10) ";
+constexpr auto poll = "poll(1000:1, 1, 300)";
+constexpr auto read = "read(1000, 32)";
+constexpr auto not_yet = "DEBUG No signal available yet!";
+constexpr auto timeout = "DEBUG Timeout while reading, will retry until stopped ...! ";
+constexpr auto stopping = "INFO Stop reading set, finish/end reader!";
+constexpr auto failed = "ERROR Error while reading the queue";
+
 TYPED_TEST_SUITE(AReader, test::PayloadSizes);
 
 TYPED_TEST(AReader, HandsOverSignalsAndReportsEachQuietPeriodOnce) {
   this->open();
-  const std::string first(TestFixture::N, 'a');
-  std::string hex;
-  for (std::size_t i = 0; i < first.size(); ++i) hex += "61 ";
+  constexpr std::size_t n = TestFixture::N;
+  const std::string sized_read = "read(1000, " + std::to_string(n + 8) + ")";
+  std::string bytes;
+  for (std::size_t i = 0; i < n; ++i) bytes += "61 ";
   this->deliver_start();
-  this->deliver(0x30000005, TestFixture::N + 1, first);
-  this->deliver(0x30000005, TestFixture::N + 1, "b");
-  this->calls.quiet();
-  this->calls.quiet();
+  this->deliver(0x30000005, n + 1, std::string(n, 'a'));
+  this->deliver(0x30000005, n + 1, "b");
+  for (int i = 0; i < 2; ++i) this->calls.quiet();
   this->deliver_start();
   this->calls.quiet([this] { this->reader.stop(); });
-  EXPECT_EQ(this->receive(), (Transcript{this->start,
-                                         this->poll,
-                                         this->read,
-                                         this->not_yet,
-                                         this->poll,
-                                         this->read,
-                                         this->not_yet,
-                                         this->poll,
-                                         this->read,
-                                         "DEBUG Consume signal: 5",
-                                         "consume 05: 03, 1f { " + hex + "62 }",
-                                         this->poll,
-                                         this->timeout,
-                                         "on_timeout",
-                                         this->poll,
-                                         this->poll,
-                                         this->read,
-                                         this->not_yet,
-                                         this->poll,
-                                         this->timeout,
-                                         "on_timeout",
-                                         this->stopping,
-                                         "on_finish"}));
-  EXPECT_THAT(this->receive(), ElementsAre(this->start, this->poll, this->failed)) << "the request was cleared";
+  EXPECT_THAT(
+      this->receive(),
+      ElementsAre(start, poll, sized_read, not_yet, poll, sized_read, not_yet, poll, sized_read,
+                  "DEBUG Consume signal: 5", "consume 05: 03, 1f { " + bytes + "62 }", poll, timeout, "on_timeout",
+                  poll, poll, sized_read, not_yet, poll, timeout, "on_timeout", stopping, "on_finish"));
+  EXPECT_THAT(this->receive(), ElementsAre(start, poll, failed)) << "the request was cleared";
 }
 
 using AReaderOf32ByteFrames = AReader<test::PayloadSize<24>>;

@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
-#include <string>
-#include <utility>
 
 #include "ipc/ipc_signal.h"
 #include "ipc/signal_frame.h"
@@ -27,17 +25,16 @@ class ReassemblyModel {
     const std::uint32_t status = frame.signal_id / 0x10000000;
     const bool opens_sampling_frame = id == start_id_;
     const bool disturbs = state() == 2 && id != held_.signal_id;
-    debug("DEBUG Signal received: 0x%x status: 0x%x", id, status);
-    if (opens_sampling_frame && disturbs) {
-      note("WARNING Signal was not received completely, received new sampling frame. Disregard signal: 0x%x",
-           held_.signal_id);
-    }
-    debug("DEBUG current state: %d", opens_sampling_frame ? 1 : state());
+    note("DEBUG Signal received: 0x%x status: 0x%x", id, status);
+    constexpr auto unfinished =
+        "WARNING Signal was not received completely, received new sampling frame. "
+        "Disregard signal: 0x%x";
+    constexpr auto new_signal = "ERROR New signal indicated; current signal %x will be disregarded";
+    if (opens_sampling_frame && disturbs) note(unfinished, held_.signal_id);
+    note("DEBUG current state: %d", opens_sampling_frame ? 1 : state());
     if (opens_sampling_frame) return open_sampling_frame(frame);
     if (!sampling_) return;
-    if (disturbs && total_ != 0) {
-      note("ERROR New signal indicated; current signal %x will be disregarded", held_.signal_id);
-    }
+    if (disturbs && total_ != 0) note(new_signal, held_.signal_id);
     held_.signal_id = id;
     held_.status = static_cast<std::uint8_t>(status);
     add_bytes(frame);
@@ -48,7 +45,7 @@ class ReassemblyModel {
       log_.emplace_back("WARNING Signal unfinished!");
       return {};
     }
-    debug("DEBUG take signal: 0x%x", held_.signal_id);
+    note("DEBUG take signal: 0x%x", held_.signal_id);
     IpcSignal taken = held_;
     held_ = {0, 0, taken.sampling_frame, {}};
     total_ = 0;
@@ -71,17 +68,14 @@ class ReassemblyModel {
     const std::size_t had = held_.data.size();
     total_ = frame.total_size;
     const std::size_t adds = had > total_ ? N : std::min(N, total_ - had);
-    debug("DEBUG expected: %zu received so far: %zu sizeof: %zu bytes2extract: %zu", total_, had, N, adds);
+    note("DEBUG expected: %zu received so far: %zu sizeof: %zu bytes2extract: %zu", total_, had, N, adds);
     held_.data.insert(held_.data.end(), frame.data, frame.data + adds);
     complete_ = had + adds == total_;
   }
 
   template <typename... Values>
-  void debug(const char* format, Values... values) {
-    if (verbose_) note(format, values...);
-  }
-  template <typename... Values>
   void note(const char* format, Values... values) {
+    if (format[0] == 'D' && !verbose_) return;
     char line[160];
     std::snprintf(line, sizeof line, format, values...);
     log_.emplace_back(line);

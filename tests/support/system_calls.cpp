@@ -64,13 +64,7 @@ int fstat(int fd, struct stat* record) noexcept {
 }
 
 int open(const char* path, int flags, ...) {
-  if (current == nullptr) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return ::openat(AT_FDCWD, path, flags, mode);
-  }
+  if (current == nullptr) return ::openat(AT_FDCWD, path, flags, 0600);
   current->note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
   if (current->failing_opens > 0 && current->failing_opens-- > 0) return fail(EBUSY);
   current->links = 1;
@@ -87,10 +81,8 @@ int nanosleep(const timespec* time, timespec* rest) {
 }
 
 int poll(pollfd* ports, nfds_t count, int timeout) {
-  if (!is_ours(ports->fd)) {
-    const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
-    return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
-  }
+  const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
+  if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
   current->note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
   if (current->events.empty()) return fail(EINTR);
   const SystemCalls::Event event = std::move(current->events.front());
