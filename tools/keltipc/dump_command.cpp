@@ -27,6 +27,10 @@ struct DumpOptions {
   bool json = false;
 };
 
+std::string check_time_form(const std::string& text) {
+  return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is none of a, d, z";
+}
+
 std::string line_form_name(const DumpOptions& options) {
   if (options.json) return "json";
   if (!options.time.empty()) return options.time;
@@ -98,7 +102,7 @@ void declare_dump(CLI::App& command, DumpOptions& options) {
                         .add_option("-t", options.time,
                                     "Print times in UTC (a), since the last line (d) or since the start (z).\n"
                                     "a where standard output is a terminal")
-                        ->check(CLI::IsMember({"a", "d", "z"}))
+                        ->check(CLI::Validator(check_time_form, ""))
                         ->type_name("a|d|z");
   command.add_flag("--json", options.json, "Print JSON, an object a line")->excludes(time);
   command.add_option("-n", options.count, "End after that many lines")
