@@ -6,21 +6,23 @@
 #   copy_sources FOLDER                            this project, as a source archive has it: no git, nothing built
 #   in_root FOLDER COMMAND [ARG...]                runs a command as root there, with processes of its own
 
-# "URI SUITE COMPONENT" for each source of this machine that is Debian's own for its release
-debian_sources() {
+# "URI SUITE COMPONENT" of this machine's Debian release. The release alone, without its updates: these do not always have
+# packages of one version for two architectures.
+debian_source() {
   local release
+  # shellcheck source=/dev/null
   release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
   # shellcheck disable=SC2016  # The dollar signs are apt-get's.
   apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
-    awk -v release="$release" '$2 ~ "^" release "(-updates|-security)?$" && $3 == "main" && !seen[$0]++'
+    awk -v release="$release" '$2 == release && $3 == "main" && !found { print; found = 1 }'
 }
 
 make_root() {
-  local folder=$1 list=$2 made_from sources suite
+  local folder=$1 list=$2 made_from source suite
   shift 2
   ((EUID == 0)) || { printf 'A Debian system in a folder needs root\n' >&2; return 1; }
-  sources=$(debian_sources)
-  suite=$(awk '$2 !~ /-/ { print $2; exit }' <<<"$sources")
+  source=$(debian_source)
+  suite=$(cut -d ' ' -f 2 <<<"$source")
   if [[ -z $suite ]]; then
     printf 'apt knows no Debian release here: this needs a Debian machine, and apt-get update\n' >&2
     return 1
@@ -31,9 +33,8 @@ make_root() {
   printf 'Making a Debian system in %s\n' "$folder"
   rm -rf "$folder" "$folder.made-from"
   mkdir -p "$(dirname "$folder")"
-  if ! awk '{ print "deb", $0 }' <<<"$sources" |
-    mmdebstrap --variant=minbase --include="$(grep -v '^#' "$list" | paste -sd,)" "$@" "$suite" "$folder" - \
-      2>"$folder.log"; then
+  if ! mmdebstrap --variant=minbase --include="$(grep -v '^#' "$list" | paste -sd,)" "$@" "$suite" "$folder" \
+    "deb $source" 2>"$folder.log"; then
     cat "$folder.log" >&2
     return 1
   fi
