@@ -6,6 +6,7 @@
 extract_packages() {
   local folder=$1 list=$2 suite mirror made_from
   suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
+  # shellcheck disable=SC2016  # The dollar signs are apt-get's.
   mirror=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
     awk -v suite="$suite" '$2 == suite && $3 == "main" && !found { print $1; found = 1 }')
   if [[ -z $mirror ]]; then
