@@ -6,6 +6,7 @@ def understood: ["COST", "ENVIRONMENT", "LABELS", "PROCESSORS", "RESOURCE_LOCK",
 
 # In the machine nothing stands before a test: no emulator, and process 1 is the manager that a private one stands in
 # for elsewhere.
+def native_value: gsub("(?<before>^|[= ])\\S*qemu-arm[a-z-]* -L \\S+ "; .before);
 def native: (map(test("(^|/)qemu-arm[a-z-]*$")) | index(true)) as $emulator
   | if $emulator then .[$emulator + 3:] else . end;
 
@@ -16,4 +17,4 @@ def native: (map(test("(^|/)qemu-arm[a-z-]*$")) | index(true)) as $emulator
 | if $strange != [] then error("test \($name): run-tests knows nothing of \($strange | join(", "))") else . end
 | if .command then . else error("test \($name) has not been built") end
 | "entry " + ([$name, ($properties.TIMEOUT // 120 | floor), ($properties.SKIP_RETURN_CODE // "none"),
-               $properties.WORKING_DIRECTORY, "env"] + ($properties.ENVIRONMENT // []) + (.command | native) | @sh)
+               $properties.WORKING_DIRECTORY, "env"] + ($properties.ENVIRONMENT // [] | map(native_value)) + (.command | native) | @sh)
