@@ -28,7 +28,8 @@ function(kelt_harden target)
   target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  if(NOT KELTIPC_SANITIZE AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+  # A cross SDK has its flags in $CXX.
+  if(NOT KELTIPC_SANITIZE AND NOT "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
     target_compile_options(${target} PRIVATE
       "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
   endif()
