@@ -31,7 +31,7 @@ class Port {
  public:
   explicit Port(const std::string& options, std::string where = own_path()) : path(std::move(where)) {
     const std::string command = std::string("exec ") + std::getenv("KELTIPC_PORTSIM") + " --backend " + backend +
-                                " " + options + " " + path + " 2>" + path + ".said";
+                                " " + options + " " + path + " 2>" + record;
     process = ::fork();
     if (process == 0) {
       ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
@@ -41,7 +41,7 @@ class Port {
   }
   ~Port() {
     if (process > 0) stop();
-    ::unlink((path + ".said").c_str());
+    ::unlink(record.c_str());
   }
   Port(const Port&) = delete;
   Port& operator=(const Port&) = delete;
@@ -55,7 +55,7 @@ class Port {
   }
   std::string said() const {
     std::ostringstream all;
-    all << std::ifstream(path + ".said").rdbuf();
+    all << std::ifstream(record).rdbuf();
     return all.str();
   }
   int open(int flags) const { return ::open(path.c_str(), flags | O_NOCTTY | O_CLOEXEC); }
@@ -67,6 +67,8 @@ class Port {
     static int ports = 0;
     return testing::TempDir() + "port." + std::to_string(::getpid()) + "." + std::to_string(++ports);
   }
+
+  const std::string record = own_path();  ///< what it says
 
   pid_t process = -1;
 };
@@ -156,12 +158,14 @@ int fill(int fd, int most) {
   return written;
 }
 
-/// How many messages can be read, all in order.
+/// How many messages can be read, in the order in which they were written.
 int drain(int fd) {
   int count = 0;
+  int last = -1;
   unsigned char message[16];
   for (pollfd port{fd, POLLIN, 0}; ::poll(&port, 1, 100) == 1 && ::read(fd, message, sizeof message) == 16; ++count) {
-    EXPECT_EQ(message[0] + 256 * message[1], count);
+    const int number = message[0] + 256 * message[1];
+    EXPECT_GT(number, std::exchange(last, number));
   }
   return count;
 }
@@ -172,7 +176,7 @@ TEST(AFullPort, MakesItsWriterWait) {
   const int taken = fill(fd, 30'000);
   EXPECT_GE(taken, 2);
   EXPECT_LT(taken, 30'000);
-  if (is_cuse()) EXPECT_EQ(taken, 2);
+  EXPECT_TRUE(!is_cuse() || taken == 2) << taken;
   EXPECT_EQ(drain(fd), taken);
   EXPECT_EQ(fill(fd, 1), 1);
   ::close(fd);
@@ -181,14 +185,14 @@ TEST(AFullPort, MakesItsWriterWait) {
 TEST(AFullPort, DropsNewMessagesIfAskedTo) {
   Port port("--depth 2 --when-full drop");
   const int fd = port.open(O_RDWR | O_NONBLOCK);
-  EXPECT_EQ(fill(fd, 2'000), 2'000);
+  EXPECT_EQ(fill(fd, 30'000), 30'000);
   const int left = drain(fd);
   EXPECT_GE(left, 2);
-  EXPECT_LT(left, 2'000);
+  EXPECT_LT(left, 30'000);
   ::close(fd);
   EXPECT_EQ(port.stop(), 0);
   EXPECT_THAT(port.said(), testing::HasSubstr(std::to_string(left) + " messages passed, " +
-                                              std::to_string(2'000 - left) + " dropped, 0 not read"));
+                                              std::to_string(30'000 - left) + " dropped, 0 not read"));
 }
 
 TEST(APort, IsRefusedInASentenceAndLeavesNothingBehind) {
@@ -211,7 +215,6 @@ TEST(APort, IsRefusedInASentenceAndLeavesNothingBehind) {
 class ACusePort : public testing::Test {
  protected:
   void SetUp() override {
-    if (!is_cuse()) GTEST_SKIP() << "the entry portsim_cuse runs it";
     fd = port.open(O_RDWR);
     quick = port.open(O_RDWR | O_NONBLOCK);
   }
