@@ -32,8 +32,8 @@ struct Reply {
   sd_bus_message* message = nullptr;
 };
 
-/// Freed after each call, a successful one too: sd-bus refuses to fill one that is not empty. Both strings may be null,
-/// also where the call failed.
+/// Freed after each call, a successful one too: sd-bus refuses to fill one that is not empty. Both strings may be
+/// null, also where the call failed.
 struct BusError {
   BusError() = default;
   ~BusError() { sd_bus_error_free(&error); }

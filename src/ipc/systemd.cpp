@@ -13,7 +13,8 @@
 // Each member takes one and drops it before it returns, so
 //  - where nobody else in the thread holds one, every call connects, asks and disconnects: nothing outlives the call,
 //    a bus that went away is found again by the next call, and a thread that ends leaves nothing behind;
-//  - where the application holds one, calls share its connection, with whatever state that is in. It is dropped, never
+//  - where the application holds one, calls share its connection, with whatever state that is in. It is dropped,
+//  never
 //    flushed or closed: it may be the application's own.
 // No connection passes from one thread to another, so an object of this class may.
 namespace ecu::vorn::ipc {
@@ -142,8 +143,7 @@ Systemd::ActiveState Systemd::get_unit_activestate(const std::string& unit) {
   if (unit.empty()) return ACTIVE_STATE_ERROR;
   const std::string path = get_object_instance(service_name, manager_interface, manager_path, unit);
   if (path.empty()) return ACTIVE_STATE_ERROR;
-  return find_state(words, get_property_value(service_name, unit_interface, path, "ActiveState"),
-                    ACTIVE_STATE_ERROR);
+  return find_state(words, get_property_value(service_name, unit_interface, path, "ActiveState"), ACTIVE_STATE_ERROR);
 }
 
 Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
@@ -192,8 +192,8 @@ bool Systemd::start_stop_unit(const std::string& unit, UnitAction action, const 
   const char* job = nullptr;
   const int p = sd_bus_message_read(reply.message, "o", &job);
   if (p < 0) {
-    log_line<Error>(logger, "DBus response message from ", method, " '", unit, "' could not be parsed: ",
-                    std::strerror(-p));
+    log_line<Error>(logger, "DBus response message from ", method, " '", unit,
+                    "' could not be parsed: ", std::strerror(-p));
   } else {
     log_line<Info>(logger, method, " '", unit, "' issued successfully");
   }
@@ -246,8 +246,8 @@ std::string Systemd::get_object_instance(const std::string& service, const std::
   const int r = sd_bus_message_read(reply.message, "o", &object_path);
   if (r < 0) {
     // Deliberate: the line says GetUnit, though LoadUnit is what was called.
-    log_line<Error>(logger, "DBus response message from GetUnit '", unit, "' could not be parsed: ",
-                    std::strerror(-r));
+    log_line<Error>(logger, "DBus response message from GetUnit '", unit,
+                    "' could not be parsed: ", std::strerror(-r));
     return {};
   }
   return object_path;
