@@ -6,7 +6,7 @@ def understood: ["COST", "ENVIRONMENT", "LABELS", "PROCESSORS", "RESOURCE_LOCK",
 
 # In the machine nothing stands before a test: no emulator, and process 1 is the manager that a private one stands in
 # for elsewhere.
-def native_value: gsub("(?<before>^|[= ])\\S*qemu-arm[a-z-]* -L \\S+ "; .before);
+def native_value: gsub("(?<before>^|[= ])[^\\s=]*qemu-arm[a-z-]* -L \\S+ "; .before);
 def native: (map(test("(^|/)qemu-arm[a-z-]*$")) | index(true)) as $emulator
   | if $emulator then .[$emulator + 3:] else . end;
 
