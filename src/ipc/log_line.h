@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <iomanip>
 #include <memory>
 #include <ostream>
@@ -9,7 +10,7 @@
 /// The one way in which this library logs: a line is one statement.
 ///
 ///     log_line<Info>(logger, "TX queue '", path, "' opened (retries: ", failures, ")");
-///     log_line<Debug>(logger, "take signal: ", Hex{signal.signal_id});
+///     log_line<Debug>(logger, "take signal: 0x", Hex{signal.signal_id});
 namespace ecu::vorn::ipc {
 
 using Logger = std::shared_ptr<logging::LogModule>;

@@ -1,8 +1,12 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <iostream>
 
 #include "commands.h"
 #include "exit_status.h"
+#include "text/input_error.h"
 
 namespace {
 
@@ -13,9 +17,18 @@ int report(const CLI::App& app, const CLI::ParseError& error) {
   return asked_for ? keltipc::exit_done : keltipc::exit_usage;
 }
 
+/// Where a standard stream was closed, the next device opened would get its number, and messages meant for people
+/// would go to the device. Opened the wrong way round, so that using the stream still fails.
+void occupy_closed_streams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) == -1) ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupy_closed_streams();
   CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
   app.set_version_flag("--version", "keltipc " KELTIPC_VERSION);
   app.require_subcommand(1);
@@ -33,6 +46,9 @@ int main(int argc, char** argv) {
   }
   try {
     return run();
+  } catch (const keltipc::InputError& error) {
+    std::cerr << "keltipc: " << error.what() << '\n';
+    return keltipc::exit_usage;
   } catch (const std::exception& error) {
     std::cerr << "keltipc: " << error.what() << '\n';
     return keltipc::exit_failed;
