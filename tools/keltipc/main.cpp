@@ -25,10 +25,7 @@ void occupy_closed_streams() {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  occupy_closed_streams();
+int run_tool(int argc, char** argv) {
   CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
   app.set_version_flag("--version", "keltipc " KELTIPC_VERSION);
   app.require_subcommand(1);
@@ -44,13 +41,23 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return report(app, error);
   }
+  return run();
+}
+
+int refuse(const std::exception& error, keltipc::ExitStatus status) {
+  std::cerr << "keltipc: " << error.what() << '\n';
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  occupy_closed_streams();
   try {
-    return run();
+    return run_tool(argc, argv);
   } catch (const keltipc::InputError& error) {
-    std::cerr << "keltipc: " << error.what() << '\n';
-    return keltipc::exit_usage;
+    return refuse(error, keltipc::exit_usage);
   } catch (const std::exception& error) {
-    std::cerr << "keltipc: " << error.what() << '\n';
-    return keltipc::exit_failed;
+    return refuse(error, keltipc::exit_failed);
   }
 }
