@@ -6,27 +6,15 @@
 #   copy_sources FOLDER                            this project, as a source archive has it: no git, nothing built
 #   in_root FOLDER COMMAND [ARG...]                runs a command as root there, with processes of its own
 
-# "URI SUITE COMPONENT" of this machine's Debian release. The release alone, without its updates: these do not always have
-# packages of one version for two architectures.
-debian_source() {
-  local release
-  # shellcheck source=/dev/null
-  release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
-  # shellcheck disable=SC2016  # The dollar signs are apt-get's.
-  apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
-    awk -v release="$release" '$2 == release && $3 == "main" && !found { print; found = 1 }'
-}
+# shellcheck source=scripts/lib/debian_source.sh
+source "$(dirname "${BASH_SOURCE[0]}")/debian_source.sh"
 
 make_root() {
-  local folder=$1 list=$2 made_from source suite
+  local folder=$1 list=$2 made_from from suite
   shift 2
   ((EUID == 0)) || { printf 'A Debian system in a folder needs root\n' >&2; return 1; }
-  source=$(debian_source)
-  suite=$(cut -d ' ' -f 2 <<<"$source")
-  if [[ -z $suite ]]; then
-    printf 'apt knows no Debian release here: this needs a Debian machine, and apt-get update\n' >&2
-    return 1
-  fi
+  from=$(debian_source)
+  suite=$(cut -d ' ' -f 2 <<<"$from")
   made_from="$suite $* $(<"$list")"
   if [[ -f $folder.made-from && -d $folder && $(<"$folder.made-from") == "$made_from" ]]; then return; fi
 
@@ -34,7 +22,7 @@ make_root() {
   rm -rf "$folder" "$folder.made-from"
   mkdir -p "$(dirname "$folder")"
   if ! mmdebstrap --variant=minbase --include="$(grep -v '^#' "$list" | paste -sd,)" "$@" "$suite" "$folder" \
-    "deb $source" 2>"$folder.log"; then
+    "deb $from" 2>"$folder.log"; then
     cat "$folder.log" >&2
     return 1
   fi

@@ -3,16 +3,13 @@
 # depend on, into FOLDER, without running a line of theirs. A folder made from the same list before is left alone.
 # The packages come from where this machine's own come from.
 
+# shellcheck source=scripts/lib/debian_source.sh
+source "$(dirname "${BASH_SOURCE[0]}")/debian_source.sh"
+
 extract_packages() {
-  local folder=$1 list=$2 suite mirror made_from
-  suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
-  # shellcheck disable=SC2016  # The dollar signs are apt-get's.
-  mirror=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
-    awk -v suite="$suite" '$2 == suite && $3 == "main" && !found { print $1; found = 1 }')
-  if [[ -z $mirror ]]; then
-    printf 'apt knows no source of "%s main" here: this needs a Debian machine, and apt-get update\n' "$suite" >&2
-    return 1
-  fi
+  local folder=$1 list=$2 from suite made_from
+  from=$(debian_source) || return
+  suite=$(cut -d ' ' -f 2 <<<"$from")
   made_from="$suite $(<"$list")"
   if [[ -f $folder.made-from && $(<"$folder.made-from") == "$made_from" && -d $folder ]]; then
     printf '%s is up to date\n' "$folder"
@@ -24,7 +21,7 @@ extract_packages() {
   mkdir -p "$folder.new"
   # As a tar archive, so that everything belongs to whoever calls.
   if ! mmdebstrap --variant=extract --architectures=armhf --include="$(grep -v '^#' "$list" | paste -sd,)" \
-    "$suite" - "deb $mirror $suite main" 2>"$folder.log" |
+    "$suite" - "deb $from" 2>"$folder.log" |
     tar -x --no-same-owner --exclude='./dev/*' -C "$folder.new"; then
     cat "$folder.log" >&2
     return 1
