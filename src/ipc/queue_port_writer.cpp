@@ -59,7 +59,7 @@ template <std::size_t N, typename Frame>
 bool QueuePortWriter<N, Frame>::transmit_data(const IpcSignal& signal) {
   if (!utils::is_queuing_port_ok(fd) && !reopen()) return false;
   const std::size_t chunks = signal.data.size() / N + (signal.data.size() % N != 0 ? 1 : 0);
-  log_line<Debug>(logger, "Send signal 0x", Hex{signal.signal_id, 2}, " with ", chunks, " chunks");
+  log_line<Debug>(logger, "Send signal 0x", FilledHex<2>{signal.signal_id}, " with ", chunks, " chunks");
   write_frames(signal, chunks);
   log_line<Debug>(logger, "Data for signal_id '", signal.signal_id, "' has been written!");
   return true;
