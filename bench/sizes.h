@@ -1,0 +1,41 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ipc/ipc_signal.h"
+
+/// The signals and frames that are measured.
+namespace bench {
+
+constexpr std::array<std::size_t, 5> lengths = {1, 20, 240, 4000, 65535};
+
+constexpr std::size_t chunks(std::size_t length, std::size_t n) { return (length + n - 1) / n; }
+
+/// Signals a batch: some 250 frames' worth.
+constexpr std::size_t batch_of(std::size_t length, std::size_t n) {
+  return std::max<std::size_t>(1, 250 / chunks(length, n));
+}
+
+inline ecu::vorn::ipc::IpcSignal signal_of(std::size_t length) { return {0x5a, 0, 0, std::vector<char>(length, 'x')}; }
+
+/// "transmit_data/24/4000"
+inline std::string figure_name(const std::string& call, std::size_t n, std::size_t length) {
+  return call + "/" + std::to_string(n) + "/" + std::to_string(length);
+}
+
+/// For each length and each N: `add(length, std::integral_constant<std::size_t, N>())`.
+template <typename Add>
+void for_each_size(const Add& add) {
+  for (const std::size_t length : lengths) {
+    add(length, std::integral_constant<std::size_t, 8>());
+    add(length, std::integral_constant<std::size_t, 24>());
+    add(length, std::integral_constant<std::size_t, 4088>());
+  }
+}
+
+}  // namespace bench
