@@ -66,7 +66,7 @@ bool QueuePortWriter<N, Frame>::transmit_data(const IpcSignal& signal) {
 }
 
 template <std::size_t N, typename Frame>
-void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
+inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
   // Zeroed, so that no stray memory reaches the port. Deliberate: not cleared again from chunk to chunk.
   Frame frame{};
   frame.signal_id = signal.signal_id;
