@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ipc/queue_port_reader.h"
+#include "logging/logging.h"
 #include "sizes.h"
 #include "turn_about.h"
 
@@ -111,18 +112,20 @@ class Port {
 };
 
 template <std::size_t N>
-void add(std::size_t length) {
-  const std::size_t signals = bench::batch_of(length, N);
-  const auto port = std::make_shared<Port<N>>(signals, length);
-  bench::compare({bench::figure_name("receive_data", N, length), 1.06, 1, static_cast<double>(signals)},
-                 [=] { port->receive(); }, [=] { port->receive_by_hand(); }, [=] { port->fill(); });
+void add() {
+  for (const std::size_t length : bench::lengths) {
+    const std::size_t signals = bench::batch_of(length, N);
+    const auto port = std::make_shared<Port<N>>(signals, length);
+    bench::compare({bench::figure_name("receive_data", N, length), 1.06, 1, static_cast<double>(signals)},
+                   [=] { port->receive(); }, [=] { port->receive_by_hand(); }, [=] { port->fill(); });
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bench::for_each_size([](std::size_t length, auto n) { add<n>(length); });
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  benchmark::RunSpecifiedBenchmarks();
+  ecu::vorn::logging::set_log_level(5);
+  bench::keep_memory();
+  bench::for_each_n([](auto n) { add<n>(); });
+  return bench::run(argc, argv);
 }

@@ -16,9 +16,13 @@ constexpr std::array<std::size_t, 5> lengths = {1, 20, 240, 4000, 65535};
 
 constexpr std::size_t chunks(std::size_t length, std::size_t n) { return (length + n - 1) / n; }
 
-/// Signals a batch: some 250 frames' worth.
+/// As many signals of 4000 bytes as have about the frames of one of 65535.
+constexpr std::size_t shorts_a_long(std::size_t n) { return chunks(65535, n) / chunks(4000, n); }
+
+/// Signals a batch: some 250 frames' worth, but not more than a processor's own cache holds with all that is around it.
 constexpr std::size_t batch_of(std::size_t length, std::size_t n) {
-  return std::max<std::size_t>(1, 250 / chunks(length, n));
+  const std::size_t frames = std::min<std::size_t>(250, (std::size_t{128} << 10U) / (n + 8));
+  return std::max<std::size_t>(1, frames / chunks(length, n));
 }
 
 inline ecu::vorn::ipc::IpcSignal signal_of(std::size_t length) { return {0x5a, 0, 0, std::vector<char>(length, 'x')}; }
@@ -28,14 +32,12 @@ inline std::string figure_name(const std::string& call, std::size_t n, std::size
   return call + "/" + std::to_string(n) + "/" + std::to_string(length);
 }
 
-/// For each length and each N: `add(length, std::integral_constant<std::size_t, N>())`.
+/// For each N: `add(std::integral_constant<std::size_t, N>())`.
 template <typename Add>
-void for_each_size(const Add& add) {
-  for (const std::size_t length : lengths) {
-    add(length, std::integral_constant<std::size_t, 8>());
-    add(length, std::integral_constant<std::size_t, 24>());
-    add(length, std::integral_constant<std::size_t, 4088>());
-  }
+void for_each_n(const Add& add) {
+  add(std::integral_constant<std::size_t, 8>());
+  add(std::integral_constant<std::size_t, 24>());
+  add(std::integral_constant<std::size_t, 4088>());
 }
 
 }  // namespace bench

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "ipc/queue_port_writer.h"
+#include "logging/logging.h"
 #include "sizes.h"
 #include "turn_about.h"
 
@@ -48,19 +49,37 @@ struct Ends {
 };
 
 template <std::size_t N>
-void add(std::size_t length) {
+void add() {
   const auto ends = std::make_shared<Ends<N>>();
-  const auto signal = std::make_shared<const IpcSignal>(bench::signal_of(length));
-  const double goal = N == 4088 && length <= N ? 1.08 : 1.05;
-  bench::compare({bench::figure_name("transmit_data", N, length), goal, bench::batch_of(length, N)},
-                 [=] { ends->writer.transmit_data(*signal); }, [=] { transmit_by_hand<N>(ends->fd, *signal); });
+  for (const std::size_t length : bench::lengths) {
+    const auto signal = std::make_shared<const IpcSignal>(bench::signal_of(length));
+    const double goal = N == 4088 && length <= N ? 1.08 : 1.05;
+    bench::compare({bench::figure_name("transmit_data", N, length), goal, bench::batch_of(length, N)},
+                   [=] { ends->writer.transmit_data(*signal); }, [=] { transmit_by_hand<N>(ends->fd, *signal); });
+  }
+}
+
+/// The cost a frame must not grow with the signal's length.
+template <std::size_t N>
+void add_long_beside_short() {
+  const auto ends = std::make_shared<Ends<N>>();
+  const auto shorter = std::make_shared<const IpcSignal>(bench::signal_of(4000));
+  const auto longer = std::make_shared<const IpcSignal>(bench::signal_of(65535));
+  const std::size_t count = bench::shorts_a_long(N);
+  bench::compare({"transmit_data a frame, N = " + std::to_string(N) + ", of 65535 bytes/of 4000 bytes",
+                  bench::no_more, 1, static_cast<double>(bench::chunks(65535, N)),
+                  static_cast<double>(count * bench::chunks(4000, N))},
+                 [=] { ends->writer.transmit_data(*longer); },
+                 [=] {
+                   for (std::size_t i = 0; i < count; ++i) ends->writer.transmit_data(*shorter);
+                 });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bench::for_each_size([](std::size_t length, auto n) { add<n>(length); });
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  benchmark::RunSpecifiedBenchmarks();
+  ecu::vorn::logging::set_log_level(5);
+  bench::for_each_n([](auto n) { add<n>(); });
+  bench::for_each_n([](auto n) { add_long_beside_short<n>(); });
+  return bench::run(argc, argv);
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -14,12 +16,16 @@ namespace bench {
 
 constexpr int turns = 21;
 
+/// The goal of a cost that must not be higher: to a hundredth, which is as exact as two medians are.
+constexpr double no_more = 1.01;
+
 struct Figure {
   std::string name;
   double goal;            ///< the median ratio that `scripts/bench` lets pass at most; 0: none
   std::size_t batch = 1;  ///< calls of each in one batch: some tens of microseconds' worth
-  double per_call = 1;    ///< what the times are divided by, and the baseline's
+  double per_call = 1;    ///< what a call does, to divide its time by
   double per_baseline_call = per_call;
+  std::int64_t batches = 0;  ///< of each in one turn; 0: as many as fill 50 ms
 };
 
 /// `prepare` is called before and is not timed.
@@ -64,20 +70,32 @@ void run_turn(benchmark::State& state, const Figure& figure, const Library& libr
 inline double lowest(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
 inline double highest(const std::vector<double>& values) { return *std::max_element(values.begin(), values.end()); }
 
+/// Memory that the process has stays with it: how long the system takes for pages is no figure of the library's.
+inline void keep_memory() {
+  ::mallopt(M_MMAP_THRESHOLD, 1 << 24);
+  ::mallopt(M_TRIM_THRESHOLD, 1 << 26);
+}
+
 inline void nothing() {}
 
 /// What the calls share they hold by std::shared_ptr: Google Benchmark copies them.
 template <typename Library, typename Baseline, typename Prepare = void (*)()>
-benchmark::internal::Benchmark* compare(const Figure& figure, Library library, Baseline baseline,
-                                        Prepare prepare = nothing) {
+void compare(const Figure& figure, Library library, Baseline baseline, Prepare prepare = nothing) {
   const auto turn = [=](benchmark::State& state) { run_turn(state, figure, library, baseline, prepare); };
-  return benchmark::RegisterBenchmark(figure.name.c_str(), turn)
-      ->UseManualTime()
-      ->MinTime(0.02)
-      ->Repetitions(turns)
-      ->ReportAggregatesOnly()
-      ->ComputeStatistics("lowest", lowest)
-      ->ComputeStatistics("highest", highest);
+  auto* const made = benchmark::RegisterBenchmark(figure.name.c_str(), turn)
+                         ->UseManualTime()
+                         ->Repetitions(turns)
+                         ->ReportAggregatesOnly()
+                         ->ComputeStatistics("lowest", lowest)
+                         ->ComputeStatistics("highest", highest);
+  figure.batches == 0 ? made->MinTime(0.05) : made->Iterations(figure.batches);
+}
+
+inline int run(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
 }
 
 }  // namespace bench
