@@ -23,7 +23,7 @@ class ALine : public testing::Test {
   template <typename Level>
   void expect_written_iff(bool wanted) {
     happened.clear();
-    log_line<Level>(module, "0x", Hex{0xA, 2}, ", ", 10U);
+    log_line<Level>(module, "0x", FilledHex<2>{0xA}, ", ", 10U);
     const std::string text = happened.empty() ? "" : happened[0].substr(happened[0].find(' '));
     EXPECT_EQ(text, wanted ? " 0x0a, 10" : "") << Level::value << " at " << logging::get_log_level();
   }

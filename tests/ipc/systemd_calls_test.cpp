@@ -38,6 +38,7 @@ struct Answers {
 };
 
 Answers answers;
+std::size_t allowed_allocation = SIZE_MAX;  // in force before any constructor has run
 Transcript notes;
 std::set<const void*> held;  ///< not released yet
 std::set<const void*> ours;  ///< memory that the library is to free
@@ -98,10 +99,8 @@ int sd_bus_call_method(sd_bus* bus, const char* destination, const char* path, c
     call += std::string(" ") + *type + ":" + va_arg(arguments, const char*);
   va_end(arguments);
   notes.push_back(call);
-  return answer(error, [reply] {
-    auto* const message = new std::string(answers.text);
-    held.insert(*reply = reinterpret_cast<sd_bus_message*>(message));
-  });
+  return answer(error,
+                [reply] { held.insert(*reply = reinterpret_cast<sd_bus_message*>(::strdup(answers.text.c_str()))); });
 }
 
 int sd_bus_message_read(sd_bus_message* reply, const char* types, ...) {
@@ -109,14 +108,14 @@ int sd_bus_message_read(sd_bus_message* reply, const char* types, ...) {
   EXPECT_EQ(held.count(reply), 1U);
   va_list arguments;
   va_start(arguments, types);
-  if (answers.read >= 0) *va_arg(arguments, const char**) = reinterpret_cast<std::string*>(reply)->c_str();
+  if (answers.read >= 0) *va_arg(arguments, const char**) = reinterpret_cast<const char*>(reply);
   va_end(arguments);
   return answers.read;
 }
 
 sd_bus_message* sd_bus_message_unref(sd_bus_message* reply) {
   note_released("-reply", reply);
-  delete reinterpret_cast<std::string*>(reply);
+  std::free(reply);
   return nullptr;
 }
 
@@ -152,7 +151,7 @@ void free(void* memory) noexcept {
 }  // namespace ecu::vorn::ipc::test
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = size > ecu::vorn::ipc::test::answers.largest_allocation ? nullptr : std::malloc(size);
+  void* const memory = size > ecu::vorn::ipc::test::allowed_allocation ? nullptr : std::malloc(size);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
@@ -182,18 +181,21 @@ const Answers unreadable = with([](Answers& a) { a.read = -ENXIO; });
 const Answers too_long = with([](Answers& a) { a.text.assign(5000, 'x'), a.largest_allocation = 4000; });
 
 struct SystemdCalls : testing::Test {
-  ~SystemdCalls() override { answers = {}; }
+  ~SystemdCalls() override { answers = {}, notes.clear(); }
 
   /// What one call does and logs with these answers, in order, and behind "=> " what it gives.
   template <typename Call>
   std::string trace(const Answers& given, Call&& call) {
     notes.clear();
     answers = given;
+    allowed_allocation = given.largest_allocation;
     try {
       const auto result = call();
+      allowed_allocation = SIZE_MAX;
       answers = {};
       notes.push_back("=> " + testing::PrintToString(result));
     } catch (const std::bad_alloc&) {
+      allowed_allocation = SIZE_MAX;
       answers = {};
       notes.emplace_back("=> bad_alloc");
     }

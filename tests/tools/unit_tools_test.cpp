@@ -16,7 +16,7 @@ struct Ran {
 };
 
 Ran run(const std::string& arguments) {
-  const std::string command = std::string(std::getenv("KELTIPC_TOOL")) + " " + arguments + " </dev/null 2>&1";
+  const std::string command = std::string("(") + std::getenv("KELTIPC_TOOL") + " " + arguments + ") </dev/null 2>&1";
   std::FILE* const pipe = ::popen(command.c_str(), "re");
   std::string output;
   for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) output += static_cast<char>(c);
@@ -40,8 +40,9 @@ TEST(TheUnitCommands, AnswerInPlainWordsAndTellTheRestByTheirStatus) {
       {"unit stop --wait runs.service slow.service", 0, ""},
       {"unit start slow.service", 0, ""},
       {"unit start --wait --timeout 0 slow.service", 124, "keltipc: 'slow.service' is still activating\n"},
+      {"unit start --wait slow.service", 0, ""},
       {"unit stop --wait slow.service", 0, ""},
-      {"target services work", 0, "also-runs.service\nruns.service\n"},
+      {"target services work | sort", 0, "also-runs.service\nruns.service\n"},
       {"target start-services work", 0, ""},
       {"target stopped work", 3, "running\n"},
       {"target stop-services work", 0, ""},
