@@ -50,7 +50,8 @@ function(kelt_add_library name)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${map})
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  # A library's calls of its own exported functions go straight there, not by way of the dynamic linker's table.
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,-Bsymbolic-functions)
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/keltipc>)

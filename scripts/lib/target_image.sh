@@ -52,7 +52,12 @@ make_bootable() {
   rm -f "$root/usr/lib/tmpfiles.d/tmp.conf"
 }
 
-# make_tests OUT BUILD_FOLDER [CTEST_ARGUMENT...]
+# What run-tests runs. plan_tests BUILD_FOLDER [CTEST_ARGUMENT...]: the build's tests that are labelled for the machine.
+plan_tests() { ctest --test-dir "$1" --show-only=json-v1 -L '^target$' "${@:2}" | jq -r -f scripts/target/plan.jq; }
+
+plan_soak() { printf 'entry soak %d none / /usr/lib/keltipc/soak %d\n' $(($1 + 480)) "$1"; }
+
+# make_tests OUT BUILD_FOLDER PLAN_COMMAND...
 make_tests() {
   local out=$1 build=$2 root=$1/tests
   shift 2
@@ -63,8 +68,7 @@ make_tests() {
   [[ ! -d tests/units ]] || cp -a tests/units/. "$root/etc/systemd/system"
   install -D -m 644 -t "$root/etc/polkit-1/rules.d" examples/*.rules
   install -d "$root/root" "$root/home/app" "$root/run" "$root/tmp"
-  ctest --test-dir "$build" --show-only=json-v1 -L '^target$' "$@" |
-    jq -r -f scripts/target/plan.jq >"$root/usr/lib/keltipc/plan"
+  "$@" >"$root/usr/lib/keltipc/plan"
   copy_build "$root" "$build"
   archive "$root" >"$out/tests.cpio"
 }
@@ -85,6 +89,8 @@ copy_build() {
   while read -r file; do
     [[ $(head -c4 "$file") != $'\x7fELF' ]] || arm-linux-gnueabihf-strip "$file"
   done < <(find "$root$here/$build" -type f)
+  install -d "$root/usr/local/bin"
+  ln -s "$here/$build"/tools/keltipc/keltipc "$here/$build"/tools/portsim/keltipc-portsim "$root/usr/local/bin"
 }
 
 archive() { (cd "$1" && find . -mindepth 1 | LC_ALL=C sort | cpio -o -H newc -R 0:0 --quiet); }

@@ -67,7 +67,7 @@ void SignalProcessor<N, Frame>::start_sampling_frame(std::uint32_t id) {
 }
 
 template <std::size_t N, typename Frame>
-void SignalProcessor<N, Frame>::append(const Frame& frame, std::uint32_t id, std::uint32_t status) {
+inline void SignalProcessor<N, Frame>::append(const Frame& frame, std::uint32_t id, std::uint32_t status) {
   signal.signal_id = id;
   expected = frame.total_size;
   // Deliberate: wraps when more is held than expected; then whole frames are taken until the counts happen to meet.

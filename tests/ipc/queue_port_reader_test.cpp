@@ -67,7 +67,7 @@ constexpr auto timeout = "DEBUG Timeout while reading, will retry until stopped 
 constexpr auto stopping = "INFO Stop reading set, finish/end reader!";
 constexpr auto failed = "ERROR Error while reading the queue";
 
-TYPED_TEST_SUITE(AReader, test::PayloadSizes);
+TYPED_TEST_SUITE(AReader, test::PayloadSizes, );
 
 TYPED_TEST(AReader, HandsOverSignalsAndReportsEachQuietPeriodOnce) {
   this->open();

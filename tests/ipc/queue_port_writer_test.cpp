@@ -56,7 +56,7 @@ class AWriter : public testing::Test {
   QueuePortWriter<N> writer;
   const std::string write_call = "write(1000, " + std::to_string(N + 8) + ")";
 };
-TYPED_TEST_SUITE(AWriter, test::PayloadSizes);
+TYPED_TEST_SUITE(AWriter, test::PayloadSizes, );
 
 TYPED_TEST(AWriter, WritesOneFrameAChunkWhateverTheWritesReturn) {
   constexpr std::size_t n = TestFixture::N;

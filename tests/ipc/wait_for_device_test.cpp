@@ -27,7 +27,7 @@ class OpeningAPort : public testing::Test {
   const std::string open_call = std::string("open(/dev/port, ") + Port::flags + ")";
 };
 using Directions = testing::Types<Tx, Rx>;
-TYPED_TEST_SUITE(OpeningAPort, Directions);
+TYPED_TEST_SUITE(OpeningAPort, Directions, );
 
 TYPED_TEST(OpeningAPort, TakesUpTo120AttemptsEachFollowedByHalfASecond) {
   const struct {
