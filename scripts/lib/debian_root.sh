@@ -39,7 +39,8 @@ in_root() {
   shift
   # shellcheck disable=SC2016  # Expanded by the inner shell.
   unshare --mount --pid --fork --kill-child bash -euc '
-    folder=$1; shift
+    folder=$(realpath "$1"); shift
+    mount --bind "$folder" "$folder"  # a mount of its own, so that commands there can make namespaces too
     mount -t proc proc "$folder/proc"
     mount --rbind /dev "$folder/dev"
     mount --rbind /sys "$folder/sys"
