@@ -42,6 +42,10 @@ void SystemCalls::note(const char* format, ...) {
   notes.emplace_back(text);
 }
 
+}  // namespace ecu::vorn::ipc::test
+
+using namespace ecu::vorn::ipc::test;
+
 // The system's own headers rename some of these by the build's flags (stat64, __stat64_time64, __nanosleep64, ...),
 // for the library just as for these definitions, so the form that it calls is always the one that is defined here.
 // What is not ours goes on to a sibling of the call.
@@ -80,7 +84,9 @@ int nanosleep(const timespec* time, timespec* rest) {
   return 0;
 }
 
-int poll(pollfd* ports, nfds_t count, int timeout) {
+// Under another name: the system's declaration says that poll only writes to `ports`.
+int poll_ports(pollfd* ports, nfds_t count, int timeout) __asm__("poll");
+int poll_ports(pollfd* ports, nfds_t count, int timeout) {
   const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
   if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
   current->note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
@@ -89,7 +95,7 @@ int poll(pollfd* ports, nfds_t count, int timeout) {
   current->events.pop_front();
   if (event.meanwhile) event.meanwhile();
   current->arrived = event.bytes;
-  ports->revents = event.bytes.empty() ? POLLHUP : POLLIN;
+  if (event.ready != 0) ports->revents = event.bytes.empty() ? POLLHUP : POLLIN;
   return event.ready;
 }
 
@@ -127,8 +133,8 @@ int poll_checked(pollfd* ports, nfds_t count, int timeout, size_t room) __asm__(
 
 int open_checked(const char* path, int flags) { return open(path, flags); }
 ssize_t read_checked(int fd, void* buffer, size_t size, size_t /*room*/) { return read(fd, buffer, size); }
-int poll_checked(pollfd* ports, nfds_t count, int timeout, size_t /*room*/) { return poll(ports, count, timeout); }
+int poll_checked(pollfd* ports, nfds_t count, int timeout, size_t /*room*/) {
+  return poll_ports(ports, count, timeout);
+}
 
 }  // extern "C"
-
-}  // namespace ecu::vorn::ipc::test
