@@ -131,7 +131,7 @@ bool are_services_stopped() {
 template <typename Bus>
 void add_rival(const std::string& name, double goal, const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const char* query, auto library, auto rival) {
-    bench::compare({std::string(query) + "/" + name, goal, 1, 1, 100},
+    bench::compare({std::string(query) + "/" + name, goal, 1, 1, 1, 100},
                    [=] { benchmark::DoNotOptimize(library()); }, [=] { benchmark::DoNotOptimize(rival()); });
   };
   add("get_unit_activestate", [=] { return systemd->get_unit_activestate(unit); },
@@ -164,7 +164,7 @@ void run_program(std::vector<std::string> words) {
 
 void add_programs(const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const std::string& name, auto library, const std::vector<std::string>& words) {
-    bench::compare({name, 1.0 / 15, 1, 1, 5}, [=] { benchmark::DoNotOptimize(library()); },
+    bench::compare({name, 1.0 / 15, 1, 1, 1, 5}, [=] { benchmark::DoNotOptimize(library()); },
                    [=] { run_program(words); });
   };
   const auto get_property = [](const std::string& path, const char* property) {
@@ -191,7 +191,7 @@ void add_held_reference(const std::shared_ptr<Systemd>& systemd) {
     ask();
     sd_bus_unref(bus);
   };
-  bench::compare({"get_unit_activestate, bus reference held/not held", 0, 1, queries, 10}, ask_holding, ask);
+  bench::compare({"get_unit_activestate, bus reference held/not held", 0, 1, queries, queries, 10}, ask_holding, ask);
 }
 
 /// Active, so that the manager keeps the units loaded: what it takes to load their files is not the library's.
