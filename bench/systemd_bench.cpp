@@ -164,7 +164,7 @@ void run_program(std::vector<std::string> words) {
 
 void add_programs(const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const std::string& name, auto library, const std::vector<std::string>& words) {
-    bench::compare({name, 1.0 / 15, 1, 1, 1, 5}, [=] { benchmark::DoNotOptimize(library()); },
+    bench::compare({name, 1.0 / 15, 1, 1, 1, 9}, [=] { benchmark::DoNotOptimize(library()); },
                    [=] { run_program(words); });
   };
   const auto get_property = [](const std::string& path, const char* property) {
@@ -181,7 +181,7 @@ void add_programs(const std::shared_ptr<Systemd>& systemd) {
 
 /// What an application gains that holds a reference to the thread's default bus: its calls share one connection.
 void add_held_reference(const std::shared_ptr<Systemd>& systemd) {
-  constexpr int queries = 10;
+  constexpr int queries = 3;
   const auto ask = [=] {
     for (int i = 0; i < queries; ++i) benchmark::DoNotOptimize(systemd->get_unit_activestate(unit));
   };
@@ -191,7 +191,7 @@ void add_held_reference(const std::shared_ptr<Systemd>& systemd) {
     ask();
     sd_bus_unref(bus);
   };
-  bench::compare({"get_unit_activestate, bus reference held/not held", 0, 1, queries, queries, 10}, ask_holding, ask);
+  bench::compare({"get_unit_activestate, bus reference held/not held", 0, 1, queries, queries, 50}, ask_holding, ask);
 }
 
 /// Active, so that the manager keeps the units loaded: what it takes to load their files is not the library's.
