@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <unistd.h>
 #include <valgrind/callgrind.h>
 
 #include <cstdlib>
@@ -7,12 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "ipc/log_line.h"
 #include "ipc/queue_port_writer.h"
 #include "ipc/signal_processor.h"
-#include "ipc/log_line.h"
 
-/// What scripts/lib/instruction-counts runs under callgrind: each figure's instructions go to a dump of their own, whose
-/// name says what they are to be divided by. The kernel's are not among them.
+/// What scripts/lib/instruction-counts runs under callgrind: each figure's instructions go to a dump of their own,
+/// whose name says what they are to be divided by. The kernel's are not among them.
 namespace {
 
 using namespace ecu::vorn;

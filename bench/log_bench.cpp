@@ -21,10 +21,8 @@ template <typename Level>
   log_line<Level>(logger, "take signal: 0x", Hex{id}, " with ", id, " bytes");
 }
 
-std::function<void(int, const std::string&, const std::string&)> sink = [](int, const std::string&,
-                                                                           const std::string& text) {
-  benchmark::DoNotOptimize(text.data());
-};
+std::function<void(int, const std::string&, const std::string&)> sink =
+    [](int, const std::string&, const std::string& text) { benchmark::DoNotOptimize(text.data()); };
 
 /// The same text from a stream made for it, handed to the same sink.
 [[gnu::noinline]] void line_by_hand() {

@@ -16,8 +16,8 @@
 #include "turn_about.h"
 
 /// The port is a socket that keeps messages apart (SOCK_SEQPACKET), put in the place of the device that the reader
-/// opened: as with a queuing port, one read takes one message off a queue in the kernel. It holds all frames of a batch
-/// beforehand.
+/// opened: as with a queuing port, one read takes one message off a queue in the kernel. It holds all frames of a
+/// batch beforehand.
 namespace {
 
 using namespace ecu::vorn::ipc;
@@ -94,7 +94,8 @@ class Port {
   void fill() {
     frames_left = frames.size();
     for (const auto& frame : frames) {
-      if (::write(feed, &frame, sizeof frame) != static_cast<ssize_t>(sizeof frame)) give_up("cannot fill the socket");
+      if (::write(feed, &frame, sizeof frame) != static_cast<ssize_t>(sizeof frame))
+        give_up("cannot fill the socket");
     }
   }
   void receive() {
@@ -116,8 +117,9 @@ void add() {
   for (const std::size_t length : bench::lengths) {
     const std::size_t signals = bench::batch_of(length, N);
     const auto port = std::make_shared<Port<N>>(signals, length);
-    bench::compare({bench::figure_name("receive_data", N, length), 1.06, 1, static_cast<double>(signals)},
-                   [=] { port->receive(); }, [=] { port->receive_by_hand(); }, [=] { port->fill(); });
+    bench::compare(
+        {bench::figure_name("receive_data", N, length), 1.06, 1, static_cast<double>(signals)},
+        [=] { port->receive(); }, [=] { port->receive_by_hand(); }, [=] { port->fill(); });
   }
 }
 

@@ -19,13 +19,16 @@ constexpr std::size_t chunks(std::size_t length, std::size_t n) { return (length
 /// As many signals of 4000 bytes as have about the frames of one of 65535.
 constexpr std::size_t shorts_a_long(std::size_t n) { return chunks(65535, n) / chunks(4000, n); }
 
-/// Signals a batch: some 250 frames' worth, but not more than a processor's own cache holds with all that is around it.
+/// Signals a batch: some 250 frames' worth, but not more than a processor's own cache holds with all that is around
+/// it.
 constexpr std::size_t batch_of(std::size_t length, std::size_t n) {
   const std::size_t frames = std::min<std::size_t>(250, (std::size_t{128} << 10U) / (n + 8));
   return std::max<std::size_t>(1, frames / chunks(length, n));
 }
 
-inline ecu::vorn::ipc::IpcSignal signal_of(std::size_t length) { return {0x5a, 0, 0, std::vector<char>(length, 'x')}; }
+inline ecu::vorn::ipc::IpcSignal signal_of(std::size_t length) {
+  return {0x5a, 0, 0, std::vector<char>(length, 'x')};
+}
 
 /// "transmit_data/24/4000"
 inline std::string figure_name(const std::string& call, std::size_t n, std::size_t length) {

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sdbus-c++/sdbus-c++.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <sdbus-c++/sdbus-c++.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -131,18 +131,24 @@ bool are_services_stopped() {
 template <typename Bus>
 void add_rival(const std::string& name, double goal, const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const char* query, auto library, auto rival) {
-    bench::compare({std::string(query) + "/" + name, goal, 1, 1, 1, 100},
-                   [=] { benchmark::DoNotOptimize(library()); }, [=] { benchmark::DoNotOptimize(rival()); });
+    bench::compare(
+        {std::string(query) + "/" + name, goal, 1, 1, 1, 100}, [=] { benchmark::DoNotOptimize(library()); },
+        [=] { benchmark::DoNotOptimize(rival()); });
   };
-  add("get_unit_activestate", [=] { return systemd->get_unit_activestate(unit); },
+  add(
+      "get_unit_activestate", [=] { return systemd->get_unit_activestate(unit); },
       [] { return Bus::property(Bus::load(unit), "ActiveState"); });
-  add("get_unit_installstate", [=] { return systemd->get_unit_installstate(unit); },
+  add(
+      "get_unit_installstate", [=] { return systemd->get_unit_installstate(unit); },
       [] { return Bus::property(Bus::load(unit), "UnitFileState"); });
-  add("is_target_active", [=] { return systemd->is_target_active(target); },
+  add(
+      "is_target_active", [=] { return systemd->is_target_active(target); },
       [] { return Bus::property(Bus::load(target), "ActiveState"); });
-  add("list_target_services", [=] { return systemd->list_target_services(target); },
+  add(
+      "list_target_services", [=] { return systemd->list_target_services(target); },
       [] { return Bus::properties(Bus::load(target), "Wants"); });
-  add("are_target_services_stopped", [=] { return systemd->are_target_services_stopped(target); },
+  add(
+      "are_target_services_stopped", [=] { return systemd->are_target_services_stopped(target); },
       [] { return are_services_stopped<Bus>(); });
 }
 
@@ -164,18 +170,21 @@ void run_program(std::vector<std::string> words) {
 
 void add_programs(const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const std::string& name, auto library, const std::vector<std::string>& words) {
-    bench::compare({name, 1.0 / 15, 1, 1, 1, 9}, [=] { benchmark::DoNotOptimize(library()); },
-                   [=] { run_program(words); });
+    bench::compare(
+        {name, 1.0 / 15, 1, 1, 1, 9}, [=] { benchmark::DoNotOptimize(library()); }, [=] { run_program(words); });
   };
   const auto get_property = [](const std::string& path, const char* property) {
-    return std::vector<std::string>{"busctl", "--system", "get-property", service_name, path, unit_interface, property};
+    return std::vector<std::string>{"busctl", "--system",     "get-property", service_name,
+                                    path,     unit_interface, property};
   };
   const auto activestate = [=] { return systemd->get_unit_activestate(unit); };
   add("get_unit_activestate/busctl get-property", activestate, get_property(unit_path, "ActiveState"));
   add("get_unit_activestate/systemctl is-active", activestate, {"systemctl", "is-active", unit});
-  add("get_unit_installstate/busctl get-property", [=] { return systemd->get_unit_installstate(unit); },
+  add(
+      "get_unit_installstate/busctl get-property", [=] { return systemd->get_unit_installstate(unit); },
       get_property(unit_path, "UnitFileState"));
-  add("list_target_services/busctl get-property", [=] { return systemd->list_target_services(target); },
+  add(
+      "list_target_services/busctl get-property", [=] { return systemd->list_target_services(target); },
       get_property(target_path, "Wants"));
 }
 
@@ -199,7 +208,8 @@ void start_target(Systemd& systemd) {
   using namespace std::chrono_literals;
   if (!systemd.start_unit(target)) give_up("cannot start " + target);
   for (int i = 0; i < 100; ++i) {
-    if (systemd.is_target_active(target) && systemd.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_ACTIVE) return;
+    if (systemd.is_target_active(target) && systemd.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_ACTIVE)
+      return;
     std::this_thread::sleep_for(20ms);
   }
   give_up(target + " does not become active");

@@ -54,8 +54,9 @@ void add() {
   for (const std::size_t length : bench::lengths) {
     const auto signal = std::make_shared<const IpcSignal>(bench::signal_of(length));
     const double goal = N == 4088 && length <= N ? 1.08 : 1.05;
-    bench::compare({bench::figure_name("transmit_data", N, length), goal, bench::batch_of(length, N)},
-                   [=] { ends->writer.transmit_data(*signal); }, [=] { transmit_by_hand<N>(ends->fd, *signal); });
+    bench::compare(
+        {bench::figure_name("transmit_data", N, length), goal, bench::batch_of(length, N)},
+        [=] { ends->writer.transmit_data(*signal); }, [=] { transmit_by_hand<N>(ends->fd, *signal); });
   }
 }
 
@@ -66,13 +67,13 @@ void add_long_beside_short() {
   const auto shorter = std::make_shared<const IpcSignal>(bench::signal_of(4000));
   const auto longer = std::make_shared<const IpcSignal>(bench::signal_of(65535));
   const std::size_t count = bench::shorts_a_long(N);
-  bench::compare({"transmit_data a frame, N = " + std::to_string(N) + ", of 65535 bytes/of 4000 bytes",
-                  bench::no_more, 1, static_cast<double>(bench::chunks(65535, N)),
-                  static_cast<double>(count * bench::chunks(4000, N))},
-                 [=] { ends->writer.transmit_data(*longer); },
-                 [=] {
-                   for (std::size_t i = 0; i < count; ++i) ends->writer.transmit_data(*shorter);
-                 });
+  bench::compare(
+      {"transmit_data a frame, N = " + std::to_string(N) + ", of 65535 bytes/of 4000 bytes", bench::no_more, 1,
+       static_cast<double>(bench::chunks(65535, N)), static_cast<double>(count * bench::chunks(4000, N))},
+      [=] { ends->writer.transmit_data(*longer); },
+      [=] {
+        for (std::size_t i = 0; i < count; ++i) ends->writer.transmit_data(*shorter);
+      });
 }
 
 }  // namespace
