@@ -14,6 +14,9 @@ write_basic_package_version_file(keltipcConfigVersion.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keltipcConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/keltipcConfigVersion.cmake
   DESTINATION ${kelt_cmake_dir} COMPONENT development)
 
+# An absolute folder stays as it is.
+cmake_path(APPEND kelt_pc_libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
+cmake_path(APPEND kelt_pc_includedir "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 foreach(library keltipc keltlogging)
   configure_file(cmake/${library}.pc.in ${library}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${library}.pc

@@ -1,4 +1,6 @@
 # How every target of this project is compiled and linked.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
 
 function(kelt_compile_like_us target)
   target_compile_features(${target} PUBLIC cxx_std_17)
@@ -21,11 +23,15 @@ function(kelt_compile_like_us target)
   endif()
 endfunction()
 
+# Leaves the builder's own choice of _FORTIFY_SOURCE alone; it takes effect in optimised builds only.
 function(kelt_harden target)
   target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
-  if(NOT KELTIPC_SANITIZE AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
-    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  # A cross SDK has its flags in $CXX.
+  if(NOT KELTIPC_SANITIZE AND NOT "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
+    target_compile_options(${target} PRIVATE
+      "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
   endif()
 endfunction()
 
@@ -60,12 +66,11 @@ function(kelt_choose_logging_library)
   else()
     set(library keltipc_logging)
   endif()
-  target_link_libraries(keltipc_ipc INTERFACE $<BUILD_INTERFACE:${library}>)
+  target_link_libraries(keltipc_ipc INTERFACE "$<BUILD_INTERFACE:${library}>")
 endfunction()
 
 # kelt_add_program(NAME SOURCES...)
 function(kelt_add_program name)
   add_executable(${name} ${ARGN})
   kelt_compile_like_us(${name})
-  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
 endfunction()

@@ -2,6 +2,7 @@
 // receive.service beside this file is a unit for it.
 #include <ipc/queue_port_reader.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <memory>
@@ -13,9 +14,13 @@ namespace {
 
 class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
  public:
+  explicit Printer(bool& stopped_flag) : stopped(stopped_flag) {}
   void consume(ipc::IpcSignal&& signal) override { std::cout << signal << std::endl; }
   void on_timeout() override { std::cout << "quiet" << std::endl; }
-  void on_finish() override { std::cout << "finished" << std::endl; }
+  void on_finish() override { stopped = true; }
+
+ private:
+  bool& stopped;
 };
 
 }  // namespace
@@ -32,7 +37,8 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  ipc::QueuePortReader<8> reader(std::make_unique<Printer>());
+  bool stopped = false;
+  ipc::QueuePortReader<8> reader(std::make_unique<Printer>(stopped));
   if (!reader.open(argv[1])) return 1;
   std::thread receiving([&] {
     reader.receive_data();
@@ -43,4 +49,5 @@ int main(int argc, char** argv) {
   sigwait(&stop_signals, &received);
   reader.stop();  // Seen at the next quiet 300 ms. On a port that is never quiet TimeoutStopSec= ends the service.
   receiving.join();
+  return stopped ? 0 : 1;
 }

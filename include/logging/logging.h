@@ -6,6 +6,7 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <utility>
 
 #if defined(DEBUG) || defined(INFO) || defined(NOTICE) || defined(WARNING) || defined(ERROR) || defined(CRITICAL)
 #error \
@@ -26,7 +27,7 @@
 namespace ecu::vorn::logging {
 
 /// A named source of lines. The flag comes first: libkeltipc reads it as the object's first byte.
-struct KELTLOGGING_EXPORT LogModule {
+struct LogModule {
   explicit LogModule(std::string module_name) : name(std::move(module_name)) {}
 
   std::atomic<bool> enabled{true};  ///< false silences DEBUG, INFO and NOTICE; change it at any time
@@ -52,9 +53,8 @@ using Sink = std::function<void(int level, const std::string& module, const std:
 /// The sink is called on the thread that ended the line, one call at a time over all threads: what it takes, the
 /// others wait. When `set_sink` returns, the sink before is no longer running and will not be called again (from
 /// within a sink: once that call is over). A sink that throws loses the line. What is logged inside a sink goes to
-/// standard error.
-KELTLOGGING_EXPORT void set_sink(
-    std::function<void(int level, const std::string& module, const std::string& text)> sink);
+/// standard error. A sink must not wait for a thread that logs or forks.
+KELTLOGGING_EXPORT void set_sink(Sink sink);
 
 /// The sink at start: one write(2) a line to standard error, control characters escaped.
 ///
@@ -62,14 +62,15 @@ KELTLOGGING_EXPORT void set_sink(
 KELTLOGGING_EXPORT void stderr_sink(int level, const std::string& module, const std::string& text);
 
 /// To the systemd journal: `level` as PRIORITY, `module` as KELT_MODULE, `text` as MESSAGE (sd_journal_send(3)).
+/// Where no journal runs, the line is lost and nothing else happens.
 KELTLOGGING_EXPORT void journal_sink(int level, const std::string& module, const std::string& text);
 
 namespace _internal {
 
-class KELTLOGGING_EXPORT LogStreambuf : public std::streambuf {
+class LogStreambuf : public std::streambuf {
  public:
   /// The module of the line that the calling thread is writing; null where there is none.
-  static std::shared_ptr<LogModule> get_active_module();
+  KELTLOGGING_EXPORT static std::shared_ptr<LogModule> get_active_module();
 };
 
 /// Names a level, and takes the pieces of a line. Each of the six global objects names one; a line's pieces go to the
@@ -80,14 +81,14 @@ class KELTLOGGING_EXPORT LogStream : public std::ostream {
   ~LogStream() override;
 
   /// Ends the line that the calling thread began at this level, and hands it to the sink. Clears the stream's error
-  /// state. Nothing happens where no line was begun.
+  /// state, and leaves `errno` alone. Nothing happens where no line was begun.
   void do_flush();
 
   int level;
 };
 
 /// Begins a line of the calling thread at the level, for the module, and returns the stream that takes its pieces.
-/// A line of that level not ended before is ended first.
+/// A line of that level not ended before is ended first. A line for a null module is not written.
 KELTLOGGING_EXPORT LogStream& operator<<(LogStream& level, const std::shared_ptr<LogModule>& module);
 
 }  // namespace _internal

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <cstdint>
 #include <iomanip>
 #include <memory>
 #include <ostream>
+#include <type_traits>
 
 #include "logging/logging.h"
 
 /// The one way in which this library logs: a line is one statement.
 ///
 ///     log_line<Info>(logger, "TX queue '", path, "' opened (retries: ", failures, ")");
-///     log_line<Debug>(logger, "take signal: ", Hex{signal.signal_id});
+///     log_line<Debug>(logger, "take signal: 0x", Hex{signal.signal_id});
 namespace ecu::vorn::ipc {
 
 using Logger = std::shared_ptr<logging::LogModule>;
@@ -42,16 +44,17 @@ struct Critical {
   static logging::_internal::LogStream& stream() { return logging::CRITICAL; }
 };
 
-/// A number in lower-case hexadecimal, without prefix; zero-filled to `width` digits. The stream is decimal and
+/// A number in lower-case hexadecimal, without prefix; zero-filled to `Width` digits. The stream is decimal and
 /// blank-filled behind it: the levels' streams keep their format state from one line to the next.
-struct Hex {
+template <int Width>
+struct FilledHex {
   std::uint32_t value;
-  int width = 0;
 };
+using Hex = FilledHex<0>;
 
-inline std::ostream& operator<<(std::ostream& os, const Hex& number) {
-  return os << std::hex << std::setfill('0') << std::setw(number.width) << number.value << std::dec
-            << std::setfill(' ');
+template <int Width>
+std::ostream& operator<<(std::ostream& os, const FilledHex<Width>& number) {
+  return os << std::hex << std::setfill('0') << std::setw(Width) << number.value << std::dec << std::setfill(' ');
 }
 
 /// The level may go down and the module be switched off while a line is written: each piece is tested anew.
@@ -67,9 +70,13 @@ void write_piece(logging::_internal::LogStream& line, const Piece& piece) {
   if (takes_piece(line)) static_cast<std::ostream&>(line) << piece;
 }
 
+/// Numbers go by value: for a reference the call site would have to store them before the test.
+template <typename Piece>
+using Passed = std::conditional_t<std::is_trivially_copyable_v<Piece> && !std::is_array_v<Piece>, Piece, const Piece&>;
+
 /// Out of line and cold, so that a line that is skipped costs its call site no more than the test.
 template <typename Level, typename... Pieces>
-[[gnu::noinline, gnu::cold]] void write_line(const Logger& logger, const Pieces&... pieces) {
+[[gnu::noinline, gnu::cold]] void write_line(const Logger& logger, Passed<Pieces>... pieces) {
   logging::_internal::LogStream& line = Level::stream() << logger;
   (write_piece(line, pieces), ...);
   Level::stream().do_flush();
@@ -81,7 +88,7 @@ inline void log_line(const Logger& logger, const Pieces&... pieces) {
   if constexpr (Level::value > always_written) {
     if (logging::get_log_level() < Level::value || !logger->enabled) return;
   }
-  write_line<Level>(logger, pieces...);
+  write_line<Level, Pieces...>(logger, pieces...);
 }
 
 }  // namespace ecu::vorn::ipc

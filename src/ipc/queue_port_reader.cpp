@@ -116,9 +116,8 @@ void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& processor) 
     log_line<Error>(logger, "Signal was supposed to be available but could not be taken!");
     return;
   }
-  IpcSignal signal = std::move(*taken);
-  log_line<Debug>(logger, "Consume signal: ", signal.signal_id);
-  consumer->consume(std::move(signal));
+  log_line<Debug>(logger, "Consume signal: ", taken->signal_id);
+  consumer->consume(std::move(*taken));
 }
 
 /// Deliberate: the stop request is looked at here only, so a port that is never quiet for a slice keeps the loop

@@ -59,14 +59,14 @@ template <std::size_t N, typename Frame>
 bool QueuePortWriter<N, Frame>::transmit_data(const IpcSignal& signal) {
   if (!utils::is_queuing_port_ok(fd) && !reopen()) return false;
   const std::size_t chunks = signal.data.size() / N + (signal.data.size() % N != 0 ? 1 : 0);
-  log_line<Debug>(logger, "Send signal 0x", Hex{signal.signal_id, 2}, " with ", chunks, " chunks");
+  log_line<Debug>(logger, "Send signal 0x", FilledHex<2>{signal.signal_id}, " with ", chunks, " chunks");
   write_frames(signal, chunks);
   log_line<Debug>(logger, "Data for signal_id '", signal.signal_id, "' has been written!");
   return true;
 }
 
 template <std::size_t N, typename Frame>
-void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
+inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
   // Zeroed, so that no stray memory reaches the port. Deliberate: not cleared again from chunk to chunk.
   Frame frame{};
   frame.signal_id = signal.signal_id;

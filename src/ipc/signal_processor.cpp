@@ -1,5 +1,6 @@
 #include "ipc/signal_processor.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -66,12 +67,12 @@ void SignalProcessor<N, Frame>::start_sampling_frame(std::uint32_t id) {
 }
 
 template <std::size_t N, typename Frame>
-void SignalProcessor<N, Frame>::append(const Frame& frame, std::uint32_t id, std::uint32_t status) {
+inline void SignalProcessor<N, Frame>::append(const Frame& frame, std::uint32_t id, std::uint32_t status) {
   signal.signal_id = id;
   expected = frame.total_size;
   // Deliberate: wraps when more is held than expected; then whole frames are taken until the counts happen to meet.
   const std::uint32_t remaining = expected - received;
-  const std::uint32_t bytes2extract = remaining > N - 1 ? std::uint32_t{N} : remaining;
+  const std::uint32_t bytes2extract = std::min(remaining, std::uint32_t{N});
   log_line<Debug>(logger, "expected: ", expected, " received so far: ", received, " sizeof: ", sizeof frame.data,
                   " bytes2extract: ", bytes2extract);
   signal.data.insert(signal.data.end(), frame.data, frame.data + bytes2extract);
@@ -87,13 +88,10 @@ std::optional<IpcSignal> SignalProcessor<N, Frame>::take() {
     return std::nullopt;
   }
   log_line<Debug>(logger, "take signal: 0x", Hex{signal.signal_id});
-  std::optional<IpcSignal> result(std::move(signal));
-  signal.signal_id = 0;
-  signal.status = 0;
-  signal.data = {};
   received = 0;
   expected = 0;
-  return result;
+  // The stamp stays: the next signal may come in the same sampling frame.
+  return std::exchange(signal, IpcSignal{0, 0, signal.sampling_frame, {}});
 }
 
 template class SignalProcessor<8>;

@@ -1,4 +1,7 @@
 #include <sys/uio.h>
+
+// Else each entry would name this file and this line as where it was logged.
+#define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
 #include <array>

@@ -1,15 +1,12 @@
 #include <map>
-#include <mutex>
 
+#include "locks.h"
 #include "logging/logging.h"
 
 namespace ecu::vorn::logging {
 namespace {
 
-struct Registry {
-  std::mutex mutex;
-  std::map<std::string, std::shared_ptr<LogModule>> modules;
-};
+using Registry = std::map<std::string, std::shared_ptr<LogModule>>;
 
 /// Built on first use: other libraries' load-time code may come before this library's own. Deliberate: never
 /// destroyed, since their unload-time code may come after it.
@@ -21,9 +18,8 @@ Registry& registry() {
 }  // namespace
 
 std::shared_ptr<LogModule> module(const std::string& name) {
-  Registry& all = registry();
-  const std::lock_guard<std::mutex> lock(all.mutex);
-  std::shared_ptr<LogModule>& entry = all.modules[name];
+  const std::lock_guard<std::mutex> lock(registry_mutex());
+  std::shared_ptr<LogModule>& entry = registry()[name];
   if (entry == nullptr) entry = std::make_shared<LogModule>(name);
   return entry;
 }

@@ -1,47 +1,63 @@
 #include "sink.h"
 
-#include <mutex>
+#include <cxxabi.h>
+
+#include <cerrno>
 #include <utility>
 
+#include "locks.h"
 #include "logging/logging.h"
 
 namespace ecu::vorn::logging {
 namespace {
 
-/// Recursive, so that a sink may call `set_sink`. Never destroyed: other libraries may log while the process ends.
-struct Output {
-  std::recursive_mutex mutex;
-  std::shared_ptr<const Sink> sink;
-};
-
-Output& output() {
-  static auto* const instance = new Output;
+/// Null stands for `stderr_sink`. Never destroyed: other libraries may log while the process ends.
+std::shared_ptr<const Sink>& sink_in_force() {
+  static auto* const instance = new std::shared_ptr<const Sink>;
   return *instance;
 }
 
-thread_local bool inside_sink = false;
+/// For as long as the sink runs, on its thread.
+class SinkRun {
+ public:
+  SinkRun() { runs_sink() = true; }
+  ~SinkRun() { runs_sink() = false; }
+  SinkRun(const SinkRun&) = delete;
+  SinkRun& operator=(const SinkRun&) = delete;
+};
 
-}  // namespace
-
-void set_sink(std::function<void(int level, const std::string& module, const std::string& text)> sink) {
-  auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
-  Output& out = output();
-  const std::lock_guard<std::recursive_mutex> lock(out.mutex);
-  out.sink.swap(next);
-}
-
-void hand_to_sink(int level, const std::string& module, const std::string& text) {
-  if (inside_sink) return stderr_sink(level, module, text);
-  Output& out = output();
-  const std::lock_guard<std::recursive_mutex> lock(out.mutex);
-  const auto sink = out.sink;  // Held: the sink may replace itself.
-  inside_sink = true;
+void run_sink(const Sink* sink, int level, const std::string& module, const std::string& text) {
+  const SinkRun run;
   try {
     sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
+  } catch (const abi::__forced_unwind&) {
+    throw;  // pthread_cancel(3) unwinds the thread so, and must not be stopped
   } catch (...) {
     // Deliberate: a sink that throws loses its line. Whoever logged is not to suffer from where lines go.
   }
-  inside_sink = false;
+}
+
+}  // namespace
+
+void set_sink(Sink sink) {
+  auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+  std::unique_lock<std::mutex> lock(output_mutex(), std::defer_lock);
+  if (!runs_sink()) lock.lock();
+  sink_in_force().swap(next);
+}
+
+void hand_to_sink(int level, const std::string& module, const std::string& text) {
+  const int callers_errno = errno;
+  if (runs_sink()) {
+    stderr_sink(level, module, text);
+  } else {
+    // A sink may replace itself. It is kept until its call is over, and destroyed when the lock is free again.
+    std::shared_ptr<const Sink> sink;
+    const std::lock_guard<std::mutex> lock(output_mutex());
+    sink = sink_in_force();
+    run_sink(sink.get(), level, module, text);
+  }
+  errno = callers_errno;
 }
 
 }  // namespace ecu::vorn::logging

@@ -1,11 +1,13 @@
-#include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 #include "logging/logging.h"
 
@@ -33,43 +35,80 @@ std::string time_stamp() {
   return std::string(date.data()) + fraction.data();
 }
 
-/// One line stays one line, and no text drives the terminal: "a\nb" -> "a\x0ab".
-void append_escaped(std::string& line, const std::string& text) {
+/// Whether the byte is an ASCII control character, or one of the two that make a C1 control character in UTF-8.
+bool is_control(std::string_view text, std::size_t i) {
+  constexpr unsigned char c1_lead = 0xC2;
+  const auto at = [text](std::size_t k) { return k < text.size() ? static_cast<unsigned char>(text[k]) : 0U; };
+  const auto is_c1_tail = [](unsigned int byte) { return byte >= 0x80 && byte < 0xA0; };
+  if (at(i) == c1_lead) return is_c1_tail(at(i + 1));
+  if (is_c1_tail(at(i))) return i > 0 && at(i - 1) == c1_lead;
+  return at(i) < 0x20 || at(i) == 0x7F;
+}
+
+/// One line stays one line, and no text drives the terminal: "a\nb" -> "a\x0ab". Other UTF-8 stays as it is.
+void append_escaped(std::string& line, std::string_view text) {
   constexpr std::string_view digits = "0123456789abcdef";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      line += c;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (!is_control(text, i)) {
+      line += text[i];
       continue;
     }
+    const auto byte = static_cast<unsigned char>(text[i]);
     line += "\\x";
     line += digits[byte >> 4U];
     line += digits[byte & 0xFU];
   }
 }
 
-/// One write(2) a line, so that lines of several processes do not mix either. Goes on only where it was cut short.
-void write_whole(const std::string& line) {
-  std::size_t done = 0;
-  while (done < line.size()) {
-    const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);
+/// While it lives, this thread's writes to a pipe that nobody reads any more fail with EPIPE and raise no signal:
+/// a log's reader that has gone must not end the process. Where the signal was blocked before, nothing is changed.
+class NoSigpipe {
+ public:
+  NoSigpipe() {
+    ::sigemptyset(&sigpipe);
+    ::sigaddset(&sigpipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
+  }
+  ~NoSigpipe() {
+    if (::sigismember(&before, SIGPIPE) == 1) return;
+    const timespec at_once{};
+    if (raised) ::sigtimedwait(&sigpipe, nullptr, &at_once);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  NoSigpipe(const NoSigpipe&) = delete;
+  NoSigpipe& operator=(const NoSigpipe&) = delete;
+
+  bool raised = false;
+
+ private:
+  sigset_t sigpipe{};
+  sigset_t before{};
+};
+
+/// One write(2) a line, so that lines of several processes do not mix either. Goes on only where it was cut short;
+/// what standard error does not take is lost.
+void write_whole(std::string_view line) {
+  NoSigpipe guard;
+  while (!line.empty()) {
+    const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    done += static_cast<std::size_t>(written);
+    if (written <= 0) {
+      guard.raised = written < 0 && errno == EPIPE;
+      return;
+    }
+    line.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
 }  // namespace
 
 void stderr_sink(int level, const std::string& module, const std::string& text) {
-  const int saved_errno = errno;
   std::string line = time_stamp() + " " + level_name(level) + " ";
   append_escaped(line, module);
   line += ": ";
   append_escaped(line, text);
   line += '\n';
   write_whole(line);
-  errno = saved_errno;
 }
 
 }  // namespace ecu::vorn::logging

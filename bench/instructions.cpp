@@ -1,0 +1,75 @@
+#include <fcntl.h>
+#include <unistd.h>
+#include <valgrind/callgrind.h>
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ipc/queue_port_writer.h"
+#include "ipc/signal_processor.h"
+#include "ipc/log_line.h"
+
+/// What scripts/lib/instruction-counts runs under callgrind: each figure's instructions go to a dump of their own, whose
+/// name says what they are to be divided by. The kernel's are not among them.
+namespace {
+
+using namespace ecu::vorn;
+using namespace ecu::vorn::ipc;
+
+constexpr std::uint32_t start_id = 1;
+constexpr std::uint16_t length = 65535;
+
+template <typename Work>
+void count(const std::string& name, std::size_t units, const Work& work) {
+  const std::string dump = name + " " + std::to_string(units);
+  work();  // What only the first time costs, such as memory from the system, is left out.
+  CALLGRIND_ZERO_STATS;
+  work();
+  CALLGRIND_DUMP_STATS_AT(dump.c_str());
+}
+
+template <std::size_t N>
+void count_transport() {
+  const std::string n = std::to_string(N);
+  const std::size_t frames = (length + N - 1) / N;
+
+  SignalProcessor<N> processor(start_id);
+  processor.process({start_id, 0, 0, {}});
+  signal_t_dyn<N> frame{0x5a, 0, length, {}};
+  count("process/" + n, frames, [&] {
+    for (std::size_t i = 0; i < frames; ++i) processor.process(std::move(frame));
+    processor.take();
+  });
+
+  QueuePortWriter<N> writer;
+  if (!writer.open("/dev/null")) std::exit(1);
+  const IpcSignal signal{0x5a, 0, 0, std::vector<char>(length, 'x')};
+  count("transmit_data/" + n, frames, [&] { writer.transmit_data(signal); });
+}
+
+constexpr std::size_t lines = 1000;
+const Logger logger = logging::module("instructions");
+
+[[gnu::noinline]] void skip_lines() {
+  for (std::uint32_t i = 0; i < lines; ++i) {
+    log_line<Debug>(logger, "take signal: 0x", Hex{i});
+    asm volatile("" : : "r"(i));
+  }
+}
+
+[[gnu::noinline]] void no_lines() {
+  for (std::uint32_t i = 0; i < lines; ++i) asm volatile("" : : "r"(i));
+}
+
+}  // namespace
+
+int main() {
+  logging::set_log_level(5);
+  count_transport<8>();
+  count_transport<24>();
+  count_transport<4088>();
+  count("skip_lines", lines, skip_lines);
+  count("no_lines", lines, no_lines);
+}

@@ -1,0 +1,27 @@
+# 32-bit ARM (ARMv7-A, hard-float) with Debian's cross compiler; scripts/armhf-sysroot makes the sysroot.
+if(NOT KELTIPC_SYSROOT)
+  set(KELTIPC_SYSROOT "$ENV{KELTIPC_SYSROOT}")
+endif()
+if(NOT KELTIPC_SYSROOT)
+  set(KELTIPC_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-armhf")
+endif()
+get_filename_component(KELTIPC_SYSROOT "${KELTIPC_SYSROOT}" ABSOLUTE)
+if(NOT EXISTS "${KELTIPC_SYSROOT}/usr/include")
+  message(FATAL_ERROR "No sysroot in ${KELTIPC_SYSROOT}: run scripts/armhf-sysroot, or set KELTIPC_SYSROOT")
+endif()
+set(KELTIPC_SYSROOT "${KELTIPC_SYSROOT}" CACHE PATH "Headers and libraries of the target")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELTIPC_SYSROOT)
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_SYSROOT "${KELTIPC_SYSROOT}")
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L "${KELTIPC_SYSROOT}")
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} "${KELTIPC_SYSROOT}")
+set(ENV{PKG_CONFIG_LIBDIR}
+    "${KELTIPC_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${KELTIPC_SYSROOT}/usr/share/pkgconfig")

@@ -1,0 +1,31 @@
+#include "ipc/ipc_signal.h"
+
+#include <gtest/gtest.h>
+
+#include <iomanip>
+#include <sstream>
+
+#include "support/frames.h"
+
+namespace ecu::vorn::ipc {
+namespace {
+
+using Bytes = std::vector<char>;
+
+TEST(APrintedSignal, IsInHexadecimalWithAtLeastTwoDigitsForIdStatusAndBytes) {
+  EXPECT_EQ(test::printed({0x5a, 1, 0x1f, Bytes{0x0a, '\xff'}}), "5a: 01, 1f { 0a ff }");
+  EXPECT_EQ(test::printed({7, 0, 0, Bytes{}}), "07: 00, 0 { }");
+  EXPECT_EQ(test::printed({0x1a3, 15, ~0ULL, Bytes{0}}), "1a3: 0f, ffffffffffffffff { 00 }");
+}
+
+TEST(APrintedSignal, LeavesDecimalAndABlankFillAndTouchesNoOtherFlag) {
+  std::ostringstream text;
+  text << std::oct << std::setfill('*') << std::uppercase << std::left << std::boolalpha << IpcSignal{0xab, 0, 1, {}};
+  EXPECT_EQ(text.str(), "AB: 00, 1 { }");
+  EXPECT_EQ(text.flags(),
+            std::ios::dec | std::ios::uppercase | std::ios::left | std::ios::boolalpha | std::ios::skipws);
+  EXPECT_EQ(text.fill(), ' ');
+}
+
+}  // namespace
+}  // namespace ecu::vorn::ipc

@@ -1,0 +1,134 @@
+// Plain definitions: a fortified header would bring inline ones of its own.
+#undef _FORTIFY_SOURCE
+#include "support/system_calls.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+namespace ecu::vorn::ipc::test {
+namespace {
+
+SystemCalls* current = nullptr;
+
+bool is_ours(int fd) { return current != nullptr && fd >= 1000; }
+
+int fail(int error) {
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+SystemCalls::SystemCalls(Transcript& transcript) : notes(transcript) { current = this; }
+SystemCalls::~SystemCalls() { current = nullptr; }
+
+void SystemCalls::note(const char* format, ...) {
+  char text[120];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  notes.emplace_back(text);
+}
+
+// The system's own headers rename some of these by the build's flags (stat64, __stat64_time64, __nanosleep64, ...),
+// for the library just as for these definitions, so the form that it calls is always the one that is defined here.
+// What is not ours goes on to a sibling of the call.
+extern "C" {
+
+int stat(const char* path, struct stat* record) noexcept {
+  if (current == nullptr) return ::fstatat(AT_FDCWD, path, record, 0);
+  current->note("stat(%s)", path);
+  if (current->sleeps < current->appears_after_sleeps) return fail(ENOENT);
+  record->st_mode = current->path_mode;
+  return 0;
+}
+
+int fstat(int fd, struct stat* record) noexcept {
+  if (!is_ours(fd)) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
+  current->note("fstat(%d)", fd);
+  record->st_mode = current->path_mode;
+  record->st_nlink = current->links;
+  return 0;
+}
+
+int open(const char* path, int flags, ...) {
+  if (current == nullptr) return ::openat(AT_FDCWD, path, flags, 0600);
+  current->note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
+  if (current->failing_opens > 0 && current->failing_opens-- > 0) return fail(EBUSY);
+  current->links = 1;
+  current->open_descriptors.insert(current->next_descriptor);
+  return current->next_descriptor++;
+}
+
+int nanosleep(const timespec* time, timespec* rest) {
+  if (current == nullptr) return ::clock_nanosleep(CLOCK_REALTIME, 0, time, rest) == 0 ? 0 : -1;
+  current->note("nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec), static_cast<long>(time->tv_nsec),
+                rest == nullptr ? "null" : "rest");
+  ++current->sleeps;
+  return 0;
+}
+
+int poll(pollfd* ports, nfds_t count, int timeout) {
+  const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
+  if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
+  current->note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
+  if (current->events.empty()) return fail(EINTR);
+  const SystemCalls::Event event = std::move(current->events.front());
+  current->events.pop_front();
+  if (event.meanwhile) event.meanwhile();
+  current->arrived = event.bytes;
+  ports->revents = event.bytes.empty() ? POLLHUP : POLLIN;
+  return event.ready;
+}
+
+ssize_t read(int fd, void* buffer, size_t size) {
+  iovec whole{buffer, size};
+  if (!is_ours(fd)) return ::readv(fd, &whole, 1);
+  current->note("read(%d, %d)", fd, static_cast<int>(size));
+  const std::string& bytes = current->arrived;
+  std::memcpy(buffer, bytes.data(), std::min(size, bytes.size()));
+  return bytes.empty() ? fail(EIO) : static_cast<ssize_t>(bytes.size());
+}
+
+ssize_t write(int fd, const void* buffer, size_t size) {
+  iovec whole{const_cast<void*>(buffer), size};
+  if (!is_ours(fd)) return ::writev(fd, &whole, 1);
+  current->note("write(%d, %d)", fd, static_cast<int>(size));
+  current->written.emplace_back(static_cast<const char*>(buffer), size);
+  return current->write_result == 0 ? static_cast<ssize_t>(size) : current->write_result;
+}
+
+int close(int fd) {
+  if (!is_ours(fd)) return static_cast<int>(::syscall(SYS_close, fd));
+  current->note("close(%d)", fd);
+  return current->open_descriptors.erase(fd) == 1 ? 0 : fail(EBADF);
+}
+
+// What a fortified build calls instead.
+#if defined(__USE_FILE_OFFSET64)
+int open_checked(const char* path, int flags) __asm__("__open64_2");
+#else
+int open_checked(const char* path, int flags) __asm__("__open_2");
+#endif
+ssize_t read_checked(int fd, void* buffer, size_t size, size_t room) __asm__("__read_chk");
+int poll_checked(pollfd* ports, nfds_t count, int timeout, size_t room) __asm__("__poll_chk");
+
+int open_checked(const char* path, int flags) { return open(path, flags); }
+ssize_t read_checked(int fd, void* buffer, size_t size, size_t /*room*/) { return read(fd, buffer, size); }
+int poll_checked(pollfd* ports, nfds_t count, int timeout, size_t /*room*/) { return poll(ports, count, timeout); }
+
+}  // extern "C"
+
+}  // namespace ecu::vorn::ipc::test

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace ecu::vorn::ipc::test {
+
+/// Waits until it holds, for up to half a minute: a machine that is emulated may be slow.
+template <typename Condition>
+bool soon(Condition holds) {
+  for (int i = 0; i < 1500 && !holds(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  return holds();
+}
+
+}  // namespace ecu::vorn::ipc::test

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <type_traits>
+
+namespace keltipc {
+
+/// What `send` and `dump` have in common.
+struct PortOptions {
+  unsigned int frame = 16;
+  unsigned int wait = 60;
+  int log_level = 3;
+};
+
+void add_port_options(CLI::App& command, PortOptions& options);
+
+/// A decimal number within bounds, leading zeros allowed. What CLI11 has takes "010" for eight.
+CLI::Validator whole_number(unsigned long lowest, unsigned long highest = std::numeric_limits<unsigned int>::max());
+
+/// The library's lines of this level and the more urgent ones go to standard error, no others.
+void set_up_logging(int log_level);
+
+/// One line on standard error: "keltipc: SENTENCE".
+void say(const std::string& sentence);
+
+/// Calls `action` with the payload size, as a compile-time constant, of frames of that size.
+template <typename Action>
+int with_payload_size(unsigned int frame, const Action& action) {
+  switch (frame) {
+    case 16:
+      return action(std::integral_constant<std::size_t, 8>{});
+    case 32:
+      return action(std::integral_constant<std::size_t, 24>{});
+    default:
+      return action(std::integral_constant<std::size_t, 4088>{});
+  }
+}
+
+}  // namespace keltipc

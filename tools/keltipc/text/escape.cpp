@@ -1,0 +1,84 @@
+#include "escape.h"
+
+#include <cstdint>
+
+#include "hex.h"
+
+namespace keltipc {
+namespace {
+
+constexpr std::size_t longest_quote = 60;
+
+std::size_t sequence_length(unsigned char lead) {
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead < 0xE0) return 2;
+  if (lead >= 0xE0 && lead < 0xF0) return 3;
+  if (lead >= 0xF0 && lead < 0xF5) return 4;
+  return 0;
+}
+
+bool is_overlong_or_no_character(std::uint32_t code, std::size_t length) {
+  if (length == 3) return code < 0x800 || (code >= 0xD800 && code < 0xE000);
+  return length == 4 && (code < 0x10000 || code > 0x10FFFF);
+}
+
+bool is_control(std::uint32_t code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
+
+/// The bytes of the UTF-8 character at the beginning of `text`; 0 for a control character and for what is none.
+std::size_t printable_length(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text.front());
+  const std::size_t length = sequence_length(lead);
+  if (length == 0 || length > text.size()) return 0;
+  std::uint32_t code = length == 1 ? lead : lead & (0xFFU >> (length + 1));
+  for (std::size_t i = 1; i < length; ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if ((byte & 0xC0U) != 0x80) return 0;
+    code = (code << 6U) | (byte & 0x3FU);
+  }
+  return is_control(code) || is_overlong_or_no_character(code, length) ? 0 : length;
+}
+
+/// Copies characters, but those in `special` and what is no printable one as `prefix` and two digits a byte.
+std::string escape(std::string_view text, std::string_view special, std::string_view prefix) {
+  std::string result;
+  while (!text.empty()) {
+    std::size_t length = printable_length(text);
+    if (length == 0 || special.find(text.front()) != std::string_view::npos) {
+      length = 1;
+      result += prefix;
+      append_hex_byte(result, text.front());
+    } else {
+      result += text.substr(0, length);
+    }
+    text.remove_prefix(length);
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string escape_word(std::string_view name) { return escape(name, " \\", "\\x"); }
+
+std::optional<std::string> unescape_word(std::string_view word) {
+  std::string name;
+  while (!word.empty()) {
+    if (word.front() != '\\') {
+      name += word.front();
+      word.remove_prefix(1);
+      continue;
+    }
+    if (word.size() < 4 || word[1] != 'x' || !is_hex_digit(word[2]) || !is_hex_digit(word[3])) return std::nullopt;
+    name += static_cast<char>(*parse_hex(word.substr(2, 2), 0xFF));
+    word.remove_prefix(4);
+  }
+  return name;
+}
+
+std::string quote(std::string_view text) {
+  const bool is_long = text.size() > longest_quote;
+  return "'" + escape(text.substr(0, longest_quote), "", "\\x") + (is_long ? "...'" : "'");
+}
+
+std::string json_string(std::string_view text) { return '"' + escape(text, "\"\\", "\\u00") + '"'; }
+
+}  // namespace keltipc

@@ -1,0 +1,77 @@
+#include "hex.h"
+
+#include <array>
+#include <charconv>
+
+#include "input_error.h"
+
+namespace keltipc {
+namespace {
+
+constexpr std::string_view blanks = " \t";
+constexpr std::string_view separators = ". \t";
+
+std::string_view without_blanks_around(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+unsigned int digit_value(char c) {
+  if (!is_hex_digit(c)) throw BadText(quote({&c, 1}) + " is no hexadecimal digit");
+  return c <= '9' ? static_cast<unsigned int>(c - '0') : (static_cast<unsigned int>(c) | 0x20U) - 'a' + 10;
+}
+
+char byte_at_front(std::string_view text) {
+  const unsigned int high = digit_value(text.front());
+  if (text.size() < 2 || separators.find(text[1]) != std::string_view::npos) {
+    throw BadText("an odd digit: each byte takes two");
+  }
+  return static_cast<char>((high << 4U) | digit_value(text[1]));
+}
+
+}  // namespace
+
+bool is_hex_digit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+std::optional<std::uint64_t> parse_hex(std::string_view text, std::uint64_t limit) {
+  std::uint64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value, 16);
+  if (error != std::errc{} || stop != end || value > limit) return std::nullopt;
+  return value;
+}
+
+std::vector<char> parse_payload(std::string_view text) {
+  std::vector<char> payload;
+  text = without_blanks_around(text);
+  while (!text.empty()) {
+    if (payload.size() == longest_payload) throw BadText("more than 65535 bytes");
+    payload.push_back(byte_at_front(text));
+    text.remove_prefix(2);
+    const std::size_t next = text.find_first_not_of(separators);
+    if (next == std::string_view::npos && !text.empty()) throw BadText("no byte behind the last dot");
+    if (!text.empty()) text.remove_prefix(next);
+  }
+  return payload;
+}
+
+std::string to_hex(std::uint64_t value) {
+  std::array<char, 16> digits{};
+  const auto end = std::to_chars(digits.begin(), digits.end(), value, 16).ptr;
+  return {digits.begin(), end};
+}
+
+void append_hex_byte(std::string& text, char byte) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  text += digits[value >> 4U];
+  text += digits[value & 0xFU];
+}
+
+void append_payload(std::string& text, const std::vector<char>& payload) {
+  text.reserve(text.size() + 2 * payload.size() + 1);
+  for (const char byte : payload) append_hex_byte(text, byte);
+}
+
+}  // namespace keltipc

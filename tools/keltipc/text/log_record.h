@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "ipc/ipc_signal.h"
+
+namespace keltipc {
+
+/// A signal as it came.
+struct LogRecord {
+  std::chrono::microseconds time;  ///< since 1970, UTC
+  std::string device;
+  ecu::vorn::ipc::IpcSignal signal;
+};
+
+/// The line, without its end, that `dump` writes and `send --replay` takes back; see escape_word for the device.
+///
+///     signal 5a with status 1 and bytes 0a ff, received from /dev/qp0 in the sampling frame 1f
+///         ->  (1735270496.916858) /dev/qp0 5a:1:1f#0aff
+std::string to_log_line(const LogRecord& record);
+
+/// The other way. Throws InputError. Seconds have up to 32 bits, microseconds six digits.
+LogRecord parse_log_line(std::string_view line);
+
+/// The same as a JSON object. Numbers of 28 and 64 bits are strings in hexadecimal, as in all of this tool's text.
+///
+///     {"time":1735270496.916858,"device":"/dev/qp0","id":"5a","status":1,"sampling_frame":"1f","data":"0aff"}
+std::string to_json_line(const LogRecord& record);
+
+/// 1735270496.916858
+std::string seconds_text(std::chrono::microseconds time);
+
+/// 2024-12-27T03:34:56.916858Z
+std::string utc_text(std::chrono::microseconds time);
+
+}  // namespace keltipc

@@ -1,0 +1,74 @@
+#include "units.h"
+
+#include <iostream>
+
+#include "common_options.h"
+#include "logging/logging.h"
+#include "text/escape.h"
+
+namespace keltipc {
+namespace {
+
+namespace logging = ecu::vorn::logging;
+
+constexpr int error_level = 3;
+
+bool is_refusal(const std::string& text) {
+  return text.find("InteractiveAuthorizationRequired") != std::string::npos ||
+         text.find("AccessDenied") != std::string::npos;
+}
+
+/// "Systemd::INSTALL_STATE_ENABLED_RUNTIME" -> "enabled-runtime"
+std::string plain_word(const std::string& enumerator, const std::string& prefix) {
+  std::string word = enumerator.substr(prefix.size());
+  for (char& letter : word) letter = letter == '_' ? '-' : static_cast<char>(letter - 'A' + 'a');
+  return word;
+}
+
+}  // namespace
+
+Units::Units() {
+  logging::set_log_level(error_level);
+  logging::set_sink([this](int level, const std::string& module, const std::string& text) {
+    logging::stderr_sink(level, module, text);
+    any_error = any_error || level <= error_level;
+    any_refusal = any_refusal || is_refusal(text);
+  });
+}
+
+Units::~Units() { logging::set_sink({}); }
+
+bool Units::exists(const std::string& unit) {
+  const std::string manager = "org.freedesktop.systemd1";
+  const std::string path = get_object_instance(manager, manager + ".Manager", "/org/freedesktop/systemd1", unit);
+  return path.empty() || get_property_value(manager, manager + ".Unit", path, "LoadState") != "not-found";
+}
+
+std::string Units::word(ActiveState state) { return plain_word(Systemd().to_str(state), "Systemd::ACTIVE_STATE_"); }
+
+std::string Units::word(InstallState state) { return plain_word(Systemd().to_str(state), "Systemd::INSTALL_STATE_"); }
+
+std::string Units::target_unit(const std::string& target) {
+  const std::string suffix = ".target";
+  const bool has_it =
+      target.size() >= suffix.size() && target.compare(target.size() - suffix.size(), suffix.size(), suffix) == 0;
+  return has_it ? target : target + suffix;
+}
+
+bool Units::failed() {
+  if (any_refusal) say("this user may not do that: docs/unit-control.md shows the rule that allows it");
+  any_refusal = false;
+  return any_error;
+}
+
+void print_answer(bool json, const std::string& key, const std::string& name, const std::string& field,
+                  const std::string& word) {
+  if (json) {
+    std::cout << "{\"" << key << "\":" << json_string(name) << ",\"" << field << "\":" << json_string(word) << "}"
+              << std::endl;
+  } else {
+    std::cout << word << std::endl;
+  }
+}
+
+}  // namespace keltipc

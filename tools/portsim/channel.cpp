@@ -1,0 +1,79 @@
+#include "channel.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace keltipc {
+namespace {
+
+template <typename Request>
+void end_request(std::deque<Request>& waiting, Channel::Id id) {
+  const auto found =
+      std::find_if(waiting.begin(), waiting.end(), [id](const Request& request) { return request.id == id; });
+  if (found == waiting.end()) return;
+  const auto answer = std::move(found->answer);
+  waiting.erase(found);
+  answer(EINTR, {});
+}
+
+template <typename Request>
+void end_all(std::deque<Request>& waiting, int error) {
+  for (const Request& request : std::exchange(waiting, {})) request.answer(error, {});
+}
+
+}  // namespace
+
+Channel::Channel(MessageQueue& messages, std::size_t frame_size, std::function<void()> on_change)
+    : queue(messages), limit(frame_size), changed(std::move(on_change)) {}
+
+void Channel::read(Id id, std::size_t size, bool may_wait, ReadAnswer answer) {
+  if (queue.empty() && !may_wait) return answer(EAGAIN, {});
+  readers.push_back({id, size, std::move(answer)});
+  serve();
+}
+
+void Channel::write(Id id, std::string message, bool may_wait, WriteAnswer answer) {
+  if (message.size() > limit) return answer(EMSGSIZE, 0);
+  if (!queue.accepts() && !may_wait) return answer(EAGAIN, 0);
+  writers.push_back({id, std::move(message), std::move(answer)});
+  serve();
+}
+
+void Channel::interrupt(Id id) {
+  end_request(readers, id);
+  end_request(writers, id);
+}
+
+void Channel::end(int error) {
+  end_all(readers, error);
+  end_all(writers, error);
+}
+
+unsigned int Channel::events() const {
+  return (queue.empty() ? 0U : unsigned{POLLIN}) | (queue.accepts() ? unsigned{POLLOUT} : 0U);
+}
+
+/// Takes in what the queue has room for and hands out what somebody waits for, until neither is left.
+void Channel::serve() {
+  while (true) {
+    if (!writers.empty() && queue.accepts()) {
+      Writer writer = std::move(writers.front());
+      writers.pop_front();
+      const std::size_t size = writer.message.size();
+      queue.push(std::move(writer.message));
+      writer.answer(0, size);
+    } else if (!readers.empty() && !queue.empty()) {
+      const Reader reader = std::move(readers.front());
+      readers.pop_front();
+      reader.answer(0, queue.pop().substr(0, reader.size));
+    } else {
+      break;
+    }
+  }
+  changed();
+}
+
+}  // namespace keltipc

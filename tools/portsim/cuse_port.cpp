@@ -1,0 +1,224 @@
+#define FUSE_USE_VERSION 31
+#include <cuse_lowlevel.h>
+#include <fcntl.h>
+#include <fuse_lowlevel.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "channel.h"
+#include "descriptor.h"
+#include "link.h"
+#include "port.h"
+#include "stop_signals.h"
+
+// A character device in user space. The kernel hands each read, write and poll over as a request; those that must
+// wait are kept unanswered in the channel, so that one thread serves any number of readers and writers.
+namespace keltipc {
+namespace {
+
+/// The device behind the session; the operations below get it as their user data.
+struct Device {
+  Device(MessageQueue& queue, std::size_t frame_size) : channel(queue, frame_size, [this] { wake_pollers(); }) {}
+  ~Device() {
+    for (const auto& [file, handle] : pollers) fuse_pollhandle_destroy(handle);
+  }
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+
+  /// One handle an open file: the kernel's is the same for each poll of that file.
+  void watch(std::uint64_t file, fuse_pollhandle* handle) {
+    forget(file);
+    pollers.emplace(file, handle);
+  }
+
+  void forget(std::uint64_t file) {
+    const auto found = pollers.find(file);
+    if (found == pollers.end()) return;
+    fuse_pollhandle_destroy(found->second);
+    pollers.erase(found);
+  }
+
+  void wake_pollers() {
+    for (const auto& [file, handle] : pollers) fuse_lowlevel_notify_poll(handle);
+  }
+
+  /// Noted by libfuse's callback, which holds locks; acted on when the request that brought them is dealt with.
+  void interrupt_noted() {
+    for (const fuse_req_t request : std::exchange(interrupted, {})) channel.interrupt(request);
+  }
+
+  Channel channel;
+  std::map<std::uint64_t, fuse_pollhandle*> pollers;
+  std::vector<fuse_req_t> interrupted;
+  std::uint64_t next_file = 1;
+  bool is_set_up = false;
+};
+
+Device& device_of(fuse_req_t request) { return *static_cast<Device*>(fuse_req_userdata(request)); }
+
+void note_interrupt(fuse_req_t request, void* device) {
+  static_cast<Device*>(device)->interrupted.push_back(request);
+}
+
+bool may_wait(const fuse_file_info* file) { return (file->flags & O_NONBLOCK) == 0; }
+
+void on_init_done(void* device) { static_cast<Device*>(device)->is_set_up = true; }
+
+void on_open(fuse_req_t request, fuse_file_info* file) {
+  file->fh = device_of(request).next_file++;
+  fuse_reply_open(request, file);
+}
+
+void on_release(fuse_req_t request, fuse_file_info* file) {
+  device_of(request).forget(file->fh);
+  fuse_reply_err(request, 0);
+}
+
+void on_read(fuse_req_t request, std::size_t size, off_t /*offset*/, fuse_file_info* file) {
+  Device& device = device_of(request);
+  fuse_req_interrupt_func(request, note_interrupt, &device);
+  device.channel.read(request, size, may_wait(file), [request](int error, const std::string& message) {
+    error != 0 ? fuse_reply_err(request, error) : fuse_reply_buf(request, message.data(), message.size());
+  });
+}
+
+void on_write(fuse_req_t request, const char* bytes, std::size_t size, off_t /*offset*/, fuse_file_info* file) {
+  Device& device = device_of(request);
+  fuse_req_interrupt_func(request, note_interrupt, &device);
+  device.channel.write(request, std::string(bytes, size), may_wait(file), [request](int error, std::size_t written) {
+    error != 0 ? fuse_reply_err(request, error) : fuse_reply_write(request, written);
+  });
+}
+
+void on_poll(fuse_req_t request, fuse_file_info* file, fuse_pollhandle* handle) {
+  Device& device = device_of(request);
+  if (handle != nullptr) device.watch(file->fh, handle);
+  fuse_reply_poll(request, device.channel.events());
+}
+
+constexpr cuse_lowlevel_ops operations() {
+  cuse_lowlevel_ops made{};
+  made.init_done = on_init_done;
+  made.open = on_open;
+  made.read = on_read;
+  made.write = on_write;
+  made.release = on_release;
+  made.poll = on_poll;
+  return made;
+}
+
+using Session = std::unique_ptr<fuse_session, decltype(&cuse_lowlevel_teardown)>;
+
+Session open_session(const std::string& name, Device& device) {
+  static const cuse_lowlevel_ops ops = operations();
+  const std::string device_name = "DEVNAME=" + name;
+  std::array<const char*, 1> info_arguments{device_name.c_str()};
+  cuse_info info{};
+  info.dev_info_argc = static_cast<unsigned int>(info_arguments.size());
+  info.dev_info_argv = info_arguments.data();
+
+  std::string program = "keltipc-portsim";
+  std::string foreground = "-f";
+  std::string one_thread = "-s";
+  std::array<char*, 4> arguments{program.data(), foreground.data(), one_thread.data(), nullptr};
+  int multithreaded = 0;
+  Session session(cuse_lowlevel_setup(3, arguments.data(), &info, &ops, &multithreaded, &device),
+                  cuse_lowlevel_teardown);
+  if (session == nullptr) throw std::runtime_error("no device to be had from /dev/cuse (root, and modprobe cuse?)");
+  return session;
+}
+
+/// One request from the kernel. False when the session is over.
+bool handle_request(fuse_session* session, Device& device) {
+  fuse_buf buffer{};
+  const int got = fuse_session_receive_buf(session, &buffer);
+  const std::unique_ptr<void, decltype(&std::free)> owned(buffer.mem, std::free);
+  if (got == -EINTR) return true;
+  if (got <= 0) return false;
+  fuse_session_process_buf(session, &buffer);
+  device.interrupt_noted();
+  return fuse_session_exited(session) == 0;
+}
+
+/// The node, where the kernel's device folder does not make it by itself; and gone in the end either way.
+class Node {
+ public:
+  explicit Node(const std::string& name) : path("/dev/" + name), number(read_number(name)) {
+    struct stat record {};
+    if (::stat(path.c_str(), &record) == 0) return;
+    if (::mknod(path.c_str(), S_IFCHR | 0600, number) != 0) {
+      throw std::runtime_error("cannot make '" + path + "': " + std::strerror(errno));
+    }
+  }
+  ~Node() {
+    struct stat record {};
+    if (::lstat(path.c_str(), &record) == 0 && S_ISCHR(record.st_mode) && record.st_rdev == number) {
+      ::unlink(path.c_str());
+    }
+  }
+  Node(const Node&) = delete;
+  Node& operator=(const Node&) = delete;
+
+ private:
+  static dev_t read_number(const std::string& name) {
+    unsigned int major_number = 0;
+    unsigned int minor_number = 0;
+    char colon = 0;
+    std::ifstream("/sys/class/cuse/" + name + "/dev") >> major_number >> colon >> minor_number;
+    if (colon != ':') throw std::runtime_error("the kernel knows no device '" + name + "'");
+    return makedev(major_number, minor_number);
+  }
+
+  std::string path;
+  dev_t number;
+};
+
+/// "/dev/qport0" is the device qport0; a path elsewhere becomes a link to a device with a name of its own.
+std::string device_name(const std::string& path) {
+  const std::filesystem::path place(path);
+  if (place.parent_path() == "/dev") return place.filename();
+  return "keltipc-portsim-" + std::to_string(::getpid());
+}
+
+void serve_until_stopped(fuse_session* session, Device& device, int stop) {
+  while (true) {
+    std::array<pollfd, 2> watched{{{fuse_session_fd(session), POLLIN, 0}, {stop, POLLIN, 0}}};
+    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return;
+    if (watched[1].revents != 0) return;
+    if (watched[0].revents != 0 && !handle_request(session, device)) return;
+  }
+}
+
+}  // namespace
+
+void run_cuse_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready) {
+  const Descriptor stop = open_stop_signals();
+  Device device(queue, options.frame_size);
+  const std::string name = device_name(options.path);
+  const Session session = open_session(name, device);
+  while (!device.is_set_up) {
+    if (!handle_request(session.get(), device))
+      throw std::runtime_error("the kernel refused the device '" + name + "'");
+  }
+  const Node node(name);
+  std::unique_ptr<Link> link;
+  if (options.path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, options.path);
+  ready("a CUSE device");
+  serve_until_stopped(session.get(), device, stop.get());
+  device.channel.end(ENODEV);
+}
+
+}  // namespace keltipc

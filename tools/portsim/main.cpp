@@ -1,0 +1,101 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <map>
+
+#include "descriptor.h"
+#include "message_queue.h"
+#include "port.h"
+#include "stop_signals.h"
+
+namespace {
+
+using namespace keltipc;
+
+constexpr int exit_done = 0;
+constexpr int exit_failed = 1;
+constexpr int exit_usage = 2;
+
+struct Options {
+  PortOptions port;
+  std::string backend = "auto";
+  std::size_t depth = 1024;
+  WhenFull when_full = WhenFull::block;
+  std::size_t trace = 0;
+};
+
+void describe(CLI::App& app, Options& options) {
+  app.add_option("PATH", options.port.path, "Where the port is made; nothing may be there yet")->required();
+  app.add_option("--frame", options.port.frame_size, "Bytes of a message: 16, 32 or 4096")
+      ->default_val(16)
+      ->check(CLI::IsMember({16, 32, 4096}));
+  app.add_option(
+         "--backend", options.backend,
+         "cuse: a character device of its own, needs root and /dev/cuse; pty: a pseudo-terminal, frames of 16 "
+         "and 32 bytes; auto: cuse where /dev/cuse can be opened, else pty")
+      ->default_val("auto")
+      ->check(CLI::IsMember({"auto", "cuse", "pty"}));
+  app.add_option("--depth", options.depth, "Messages that it keeps until they are read")
+      ->default_val(1024)
+      ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+  app.add_option("--when-full", options.when_full, "block: writers wait; drop: new messages are lost")
+      ->default_str("block")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, WhenFull>{{"block", WhenFull::block}, {"drop", WhenFull::drop}}));
+  app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")->type_name("COUNT");
+  app.set_version_flag("--version", "keltipc-portsim " KELTIPC_VERSION);
+}
+
+bool chooses_cuse(const Options& options) {
+  if (options.backend != "auto") return options.backend == "cuse";
+  if (Descriptor(::open("/dev/cuse", O_RDWR | O_CLOEXEC))) return true;
+  std::cerr << "keltipc-portsim: /dev/cuse cannot be opened (" << std::strerror(errno)
+            << "): a pseudo-terminal stands in for the device" << std::endl;
+  return false;
+}
+
+void run(const Options& options) {
+  struct stat there {};
+  if (::lstat(options.port.path.c_str(), &there) == 0) {
+    throw std::runtime_error("'" + options.port.path + "' exists already");
+  }
+  const sigset_t signals = stop_signals();
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  MessageQueue queue(options.depth, options.when_full, options.trace, std::cout);
+  const auto ready = [&](const char* kind) {
+    std::cerr << "keltipc-portsim: " << options.port.path << " is a loop-back port with messages of "
+              << options.port.frame_size << " bytes (" << kind << ")" << std::endl;
+  };
+  (chooses_cuse(options) ? run_cuse_port : run_pty_port)(options.port, queue, ready);
+  std::cerr << "keltipc-portsim: " << queue.counts() << std::endl;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app(
+      "Makes a loop-back queuing port: what one process writes, another reads, one message at a time.\n"
+      "Keeps it until SIGINT or SIGTERM, then removes it and says how many messages passed.",
+      "keltipc-portsim");
+  Options options;
+  describe(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const bool asked_for = error.get_exit_code() == 0;
+    app.exit(error, std::cout, std::cerr);
+    return asked_for ? exit_done : exit_usage;
+  }
+  try {
+    run(options);
+  } catch (const std::exception& error) {
+    std::cerr << "keltipc-portsim: " << error.what() << std::endl;
+    return exit_failed;
+  }
+  return exit_done;
+}
