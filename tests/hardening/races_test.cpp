@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ipc/queue_port_reader.h"
+#include "logging/logging.h"
 #include "support/system_calls.h"
 
 // Worth most under ThreadSanitizer, which sees a race whether or not it does harm.

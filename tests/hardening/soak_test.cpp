@@ -12,6 +12,7 @@
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
+#include "support/traffic.h"
 
 // In place of a device: a socket pair that keeps messages. Opened for writing it is one end, for reading the other.
 namespace {
@@ -44,28 +45,6 @@ std::uint32_t signal_count() {
   return asked == nullptr ? 50'000 : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
 }
 
-/// The n-th signal, of 1 to 16 bytes that all depend on n.
-void make(std::uint32_t n, IpcSignal& signal) {
-  signal.signal_id = 1 + n % 0xFFFFFFE;
-  signal.data.resize(1 + n * 2654435761U % 16);
-  for (std::size_t i = 0; i < signal.data.size(); ++i) signal.data[i] = static_cast<char>(n * 31 + i * 7);
-}
-
-class Checker : public IDataConsumer<IpcSignal> {
- public:
-  explicit Checker(std::uint32_t& received) : came(received) {}
-  void consume(IpcSignal&& signal) override {
-    make(came, due);
-    ASSERT_EQ(signal.signal_id, due.signal_id) << "signal " << came;
-    ASSERT_TRUE(signal.data == due.data) << "signal " << came;
-    ++came;
-  }
-
- private:
-  std::uint32_t& came;
-  IpcSignal due{};
-};
-
 std::size_t open_descriptors() {
   const auto all = std::filesystem::directory_iterator("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
@@ -82,23 +61,24 @@ TEST(ManySignals, AllComeWholeAndInOrderAndMemoryAndDescriptorsStayFlat) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
   const std::size_t descriptors = open_descriptors();
   std::size_t pages = 0;
+  const Traffic traffic{signal_count(), 1, 16};
   std::uint32_t came = 0;
   {
     QueuePortWriter<8> writer;
-    QueuePortReader<8> reader(std::make_unique<Checker>(came));
+    QueuePortReader<8> reader(std::make_unique<TrafficChecker>(traffic, came));
     ASSERT_TRUE(writer.open("socket pair") && reader.open("socket pair"));
     std::thread receiving([&] { reader.receive_data(); });
-    writer.transmit_data({0, 0, 0, std::vector<char>(8)});
+    writer.transmit_data(sampling_frame_start());
     IpcSignal signal{};
-    for (std::uint32_t n = 0; n < signal_count(); ++n) {
-      make(n, signal);
+    for (std::uint32_t n = 0; n < traffic.count; ++n) {
+      traffic.make(n, signal);
       writer.transmit_data(signal);
-      if (n == signal_count() / 10) pages = resident_pages();
+      if (n == traffic.count / 10) pages = resident_pages();
     }
     reader.stop();
     receiving.join();
   }
-  EXPECT_EQ(came, signal_count());
+  EXPECT_EQ(came, traffic.count);
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_LE(resident_pages(), pages + 64) << "pages of memory";
 }
