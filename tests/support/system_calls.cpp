@@ -28,12 +28,16 @@ int fail(int error) {
   return -1;
 }
 
+/// Whether the call under way is one that `fault` picks.
+bool fails(const char* call, long& result) { return current->fault && current->fault(call, result); }
+
 }  // namespace
 
 SystemCalls::SystemCalls(Transcript& transcript) : notes(transcript) { current = this; }
 SystemCalls::~SystemCalls() { current = nullptr; }
 
 void SystemCalls::note(const char* format, ...) {
+  if (silent) return;
   char text[120];
   va_list arguments;
   va_start(arguments, format);
@@ -53,6 +57,7 @@ extern "C" {
 
 int stat(const char* path, struct stat* record) noexcept {
   if (current == nullptr) return ::fstatat(AT_FDCWD, path, record, 0);
+  if (long result = 0; fails("stat", result)) return static_cast<int>(result);
   current->note("stat(%s)", path);
   if (current->sleeps < current->appears_after_sleeps) return fail(ENOENT);
   record->st_mode = current->path_mode;
@@ -61,6 +66,7 @@ int stat(const char* path, struct stat* record) noexcept {
 
 int fstat(int fd, struct stat* record) noexcept {
   if (!is_ours(fd)) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
+  if (long result = 0; fails("fstat", result)) return static_cast<int>(result);
   current->note("fstat(%d)", fd);
   record->st_mode = current->path_mode;
   record->st_nlink = current->links;
@@ -69,6 +75,7 @@ int fstat(int fd, struct stat* record) noexcept {
 
 int open(const char* path, int flags, ...) {
   if (current == nullptr) return ::openat(AT_FDCWD, path, flags, 0600);
+  if (long result = 0; fails("open", result)) return static_cast<int>(result);
   current->note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
   if (current->failing_opens > 0 && current->failing_opens-- > 0) return fail(EBUSY);
   current->links = 1;
@@ -78,6 +85,7 @@ int open(const char* path, int flags, ...) {
 
 int nanosleep(const timespec* time, timespec* rest) {
   if (current == nullptr) return ::clock_nanosleep(CLOCK_REALTIME, 0, time, rest) == 0 ? 0 : -1;
+  if (long result = 0; fails("nanosleep", result)) return static_cast<int>(result);
   current->note("nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec), static_cast<long>(time->tv_nsec),
                 rest == nullptr ? "null" : "rest");
   ++current->sleeps;
@@ -89,6 +97,7 @@ int poll_ports(pollfd* ports, nfds_t count, int timeout) __asm__("poll");
 int poll_ports(pollfd* ports, nfds_t count, int timeout) {
   const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
   if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
+  if (long result = 0; fails("poll", result)) return static_cast<int>(result);
   current->note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
   if (current->events.empty()) return fail(EINTR);
   const SystemCalls::Event event = std::move(current->events.front());
@@ -102,6 +111,7 @@ int poll_ports(pollfd* ports, nfds_t count, int timeout) {
 ssize_t read(int fd, void* buffer, size_t size) {
   iovec whole{buffer, size};
   if (!is_ours(fd)) return ::readv(fd, &whole, 1);
+  if (long result = 0; fails("read", result)) return result;
   current->note("read(%d, %d)", fd, static_cast<int>(size));
   const std::string& bytes = current->arrived;
   std::memcpy(buffer, bytes.data(), std::min(size, bytes.size()));
@@ -111,8 +121,13 @@ ssize_t read(int fd, void* buffer, size_t size) {
 ssize_t write(int fd, const void* buffer, size_t size) {
   iovec whole{const_cast<void*>(buffer), size};
   if (!is_ours(fd)) return ::writev(fd, &whole, 1);
+  if (long result = 0; fails("write", result)) return result;
   current->note("write(%d, %d)", fd, static_cast<int>(size));
-  current->written.emplace_back(static_cast<const char*>(buffer), size);
+  if (current->on_write) {
+    current->on_write(buffer, size);
+  } else {
+    current->written.emplace_back(static_cast<const char*>(buffer), size);
+  }
   return current->write_result == 0 ? static_cast<ssize_t>(size) : current->write_result;
 }
 

@@ -34,7 +34,12 @@ struct SystemCalls {
   void deliver(const std::string& bytes) { events.push_back({bytes, 1, {}}); }
 
   std::vector<std::string> written;
-  ssize_t write_result = 0;  ///< 0: as many bytes as asked for
+  std::function<void(const void* bytes, std::size_t size)> on_write;  ///< takes them in place of `written`
+  ssize_t write_result = 0;                                           ///< 0: as many bytes as asked for
+
+  /// Asked first in each call: true for one that fails, with `result` and `errno` set.
+  std::function<bool(const char* call, long& result)> fault;
+  bool silent = false;  ///< notes nothing, so that nothing here takes time or memory
 
   // For the calls themselves.
   struct Event {
