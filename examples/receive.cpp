@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
     std::cerr << "usage: receive DEVICE\n";
     return 2;
   }
-  // Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as failed.
+  // Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as
+  // failed.
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGINT);

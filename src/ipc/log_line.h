@@ -72,7 +72,8 @@ void write_piece(logging::_internal::LogStream& line, const Piece& piece) {
 
 /// Numbers go by value: for a reference the call site would have to store them before the test.
 template <typename Piece>
-using Passed = std::conditional_t<std::is_trivially_copyable_v<Piece> && !std::is_array_v<Piece>, Piece, const Piece&>;
+using Passed =
+    std::conditional_t<std::is_trivially_copyable_v<Piece> && !std::is_array_v<Piece>, Piece, const Piece&>;
 
 /// Out of line and cold, so that a line that is skipped costs its call site no more than the test.
 template <typename Level, typename... Pieces>
