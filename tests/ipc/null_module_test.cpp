@@ -41,8 +41,7 @@ TEST(AProgramWithItsOwnModule, IsAskedOnceForEachUnitWhileTheLibraryIsLoaded) {
   EXPECT_THAT(names_asked_for(), testing::Not(testing::Contains("ipc.signalprocessor")));
 }
 
-class WithOwnModules : public testing::Test {
- protected:
+struct WithOwnModules : testing::Test {
   WithOwnModules() {
     logging::set_sink([this](int, const std::string&, const std::string& text) { lines.push_back(text); });
   }

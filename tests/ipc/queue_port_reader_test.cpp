@@ -37,7 +37,7 @@ class AReader : public testing::Test {
   void deliver(std::uint32_t word, std::size_t total_size, const std::string& payload) {
     calls.deliver(test::raw_bytes(test::frame_of<N>(word, total_size, payload)));
   }
-  void deliver_start(std::uint32_t id = 0x10) { deliver(id, 0, std::string("\x1f\0\0\0\0\0\0", 8)); }
+  void deliver_start(std::uint32_t id = 0x10) { deliver(id, 0, std::string("\x1f\0\0\0\0\0\0\0", 8)); }
   void open() { ASSERT_TRUE(reader.open("/dev/rx")); }
   Transcript receive() {
     happened.clear();

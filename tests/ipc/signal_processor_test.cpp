@@ -104,7 +104,7 @@ TYPED_TEST(RandomFrames, GiveWhatTheModelGives) {
       for (const std::size_t at : {std::size_t{0}, N - 8}) std::memcpy(frame.data + at, &fill, sizeof fill);
       if (random(4) == 0) frame.signal_id = start_id;
       model.process(frame);
-      processor.process(std::move(frame));
+      processor.process(signal_t_dyn<N>(frame));
       ASSERT_EQ(processor.get_state(), model.state());
       if (random(8) != 0 && (model.state() == 3 || random(8) == 0)) {
         const auto taken = processor.take(), expected = model.take();
