@@ -7,7 +7,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "channel.h"
@@ -32,9 +35,7 @@ namespace {
 /// The device behind the session; the operations below get it as their user data.
 struct Device {
   Device(MessageQueue& queue, std::size_t frame_size) : channel(queue, frame_size, [this] { wake_pollers(); }) {}
-  ~Device() {
-    for (const auto& [file, handle] : pollers) fuse_pollhandle_destroy(handle);
-  }
+  ~Device() { drop_pollers(); }
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
@@ -51,8 +52,20 @@ struct Device {
     pollers.erase(found);
   }
 
+  /// Once is enough: a poll that goes on waiting asks again, and brings a handle again.
   void wake_pollers() {
     for (const auto& [file, handle] : pollers) fuse_lowlevel_notify_poll(handle);
+    drop_pollers();
+  }
+
+  void drop_pollers() {
+    for (const auto& [file, handle] : std::exchange(pollers, {})) fuse_pollhandle_destroy(handle);
+  }
+
+  /// While the session is still there to take the answers.
+  void end() {
+    channel.end(ENODEV);
+    drop_pollers();
   }
 
   /// Noted by libfuse's callback, which holds locks; acted on when the request that brought them is dealt with.
@@ -141,16 +154,21 @@ Session open_session(const std::string& name, Device& device) {
   return session;
 }
 
-/// One request from the kernel. False when the session is over.
-bool handle_request(fuse_session* session, Device& device) {
-  fuse_buf buffer{};
+/// What requests are received into: libfuse allocates it, a megabyte, at the first one.
+struct Buffer : fuse_buf {
+  Buffer() : fuse_buf{} {}
+  ~Buffer() { std::free(mem); }
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+};
+
+/// One request from the kernel. Throws when the kernel has ended the session.
+void handle_request(fuse_session* session, Device& device, Buffer& buffer) {
   const int got = fuse_session_receive_buf(session, &buffer);
-  const std::unique_ptr<void, decltype(&std::free)> owned(buffer.mem, std::free);
-  if (got == -EINTR) return true;
-  if (got <= 0) return false;
-  fuse_session_process_buf(session, &buffer);
+  if (got == -EINTR || got == -EAGAIN) return;
+  if (got > 0) fuse_session_process_buf(session, &buffer);
+  if (got <= 0 || fuse_session_exited(session) != 0) throw std::runtime_error("the kernel has ended the device");
   device.interrupt_noted();
-  return fuse_session_exited(session) == 0;
 }
 
 /// The node, where the kernel's device folder does not make it by itself; and gone in the end either way.
@@ -186,19 +204,31 @@ class Node {
   dev_t number;
 };
 
+/// The kernel refuses a second device of a name, but libfuse does not tell.
+void require_free_name(const std::string& name) {
+  if (!std::filesystem::exists("/sys/class/cuse/" + name)) return;
+  throw std::runtime_error("a device named '" + name + "' exists already");
+}
+
+bool is_plain_name(const std::string& name) {
+  const auto is_plain = [](unsigned char c) { return std::isalnum(c) != 0 || std::strchr("._-", c) != nullptr; };
+  return !name.empty() && std::all_of(name.begin(), name.end(), is_plain);
+}
+
 /// "/dev/qport0" is the device qport0; a path elsewhere becomes a link to a device with a name of its own.
-std::string device_name(const std::string& path) {
-  const std::filesystem::path place(path);
-  if (place.parent_path() == "/dev") return place.filename();
+std::string device_name(const std::filesystem::path& place) {
+  if (place.parent_path() == "/dev" && is_plain_name(place.filename())) return place.filename();
   return "keltipc-portsim-" + std::to_string(::getpid());
 }
 
-void serve_until_stopped(fuse_session* session, Device& device, int stop) {
+void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, int stop) {
   while (true) {
     std::array<pollfd, 2> watched{{{fuse_session_fd(session), POLLIN, 0}, {stop, POLLIN, 0}}};
-    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return;
+    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) {
+      throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
+    }
     if (watched[1].revents != 0) return;
-    if (watched[0].revents != 0 && !handle_request(session, device)) return;
+    if (watched[0].revents != 0) handle_request(session, device, buffer);
   }
 }
 
@@ -206,19 +236,20 @@ void serve_until_stopped(fuse_session* session, Device& device, int stop) {
 
 void run_cuse_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready) {
   const Descriptor stop = open_stop_signals();
+  // Absolute, since libfuse changes the working folder when it sets a session up.
+  const std::filesystem::path path = std::filesystem::absolute(options.path).lexically_normal();
+  const std::string name = device_name(path);
+  require_free_name(name);
   Device device(queue, options.frame_size);
-  const std::string name = device_name(options.path);
+  Buffer buffer;
   const Session session = open_session(name, device);
-  while (!device.is_set_up) {
-    if (!handle_request(session.get(), device))
-      throw std::runtime_error("the kernel refused the device '" + name + "'");
-  }
+  while (!device.is_set_up) handle_request(session.get(), device, buffer);
   const Node node(name);
   std::unique_ptr<Link> link;
-  if (options.path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, options.path);
+  if (path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, path);
   ready("a CUSE device");
-  serve_until_stopped(session.get(), device, stop.get());
-  device.channel.end(ENODEV);
+  serve_until_stopped(session.get(), device, buffer, stop.get());
+  device.end();
 }
 
 }  // namespace keltipc

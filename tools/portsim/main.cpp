@@ -66,6 +66,8 @@ void run(const Options& options) {
   }
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  // Whoever reads what is printed may go; the port stays.
+  ::signal(SIGPIPE, SIG_IGN);
   MessageQueue queue(options.depth, options.when_full, options.trace, std::cout);
   const auto ready = [&](const char* kind) {
     std::cerr << "keltipc-portsim: " << options.port.path << " is a loop-back port with messages of "

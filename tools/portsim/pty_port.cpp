@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 #include <stdexcept>
 #include <utility>
 
@@ -50,6 +51,10 @@ Descriptor open_slave(const std::string& path, std::size_t frame_size) {
   return slave;
 }
 
+/// A writer's frame reaches the master in parts only while the line is full, and the rest follows as soon as it has
+/// room. After a second without any, the writer was cut short, and what it left must not shift the frames to come.
+constexpr int rest_comes_within_ms = 1000;
+
 /// Moves frames from the master to the queue and back.
 class Relay {
  public:
@@ -67,6 +72,15 @@ class Relay {
     const ssize_t got = ::read(fd, incoming.data() + had, size - had);
     incoming.resize(had + (got > 0 ? static_cast<std::size_t>(got) : 0));
     if (incoming.size() == size) queue.push(std::exchange(incoming, {}));
+  }
+
+  /// How long poll may wait.
+  int patience() const { return !incoming.empty() && queue.accepts() ? rest_comes_within_ms : -1; }
+
+  void give_up_rest() {
+    std::cerr << "keltipc-portsim: " << incoming.size() << " bytes of a message whose rest never came are thrown away"
+              << std::endl;
+    incoming.clear();
   }
 
   void send() {
@@ -87,7 +101,9 @@ void relay_until_stopped(int master, int stop, std::size_t frame_size, MessageQu
   Relay relay(master, frame_size, queue);
   while (true) {
     std::array<pollfd, 2> watched{{{master, relay.wanted_events(), 0}, {stop, POLLIN, 0}}};
-    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) fail("poll");
+    const int ready = ::poll(watched.data(), watched.size(), relay.patience());
+    if (ready < 0 && errno != EINTR) fail("poll");
+    if (ready == 0) relay.give_up_rest();
     if (watched[1].revents != 0) return;
     if ((watched[0].revents & POLLOUT) != 0) relay.send();
     if ((watched[0].revents & POLLIN) != 0) relay.receive();
