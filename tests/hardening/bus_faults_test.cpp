@@ -156,6 +156,7 @@ TEST_P(ABusThat, FailsCostsALineACallAndTheNextCallWorks) {
   EXPECT_EQ(systemd.get_property_value_array("a.b", "a.b", "/p", "P").size(), fault.wants) << lines.back();
   EXPECT_EQ(lines.size(), fault.start_lines + (fault.property.empty() ? 1 : 0) + (fault.wants == 0 ? 1 : 0));
 
+  if (peer.joinable()) peer.join();
   refuse_with = 0;
   answer = [](auto* call) { return sd_bus_reply_method_return(call, "o", "/job/1"); };
   lines.clear();

@@ -123,7 +123,7 @@ TEST_F(AManager, AnswersManyThreadsOfOneObjectAndKeepsNoDescriptor) {
   ask(systemd, 500);  // Two calls each.
   EXPECT_EQ(open_descriptors(), descriptors);
   std::vector<std::thread> threads;
-  for (int i = 0; i < 20; ++i) threads.emplace_back([&] { ask(systemd, i < 8 ? 50 : 1); });
+  for (int i = 0; i < 20; ++i) threads.emplace_back([this, i] { ask(systemd, i < 8 ? 50 : 1); });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(open_descriptors(), descriptors);
 }
