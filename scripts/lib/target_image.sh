@@ -55,7 +55,7 @@ make_bootable() {
 # What run-tests runs. plan_tests BUILD_FOLDER [CTEST_ARGUMENT...]: the build's tests that are labelled for the machine.
 plan_tests() { ctest --test-dir "$1" --show-only=json-v1 -L '^target$' "${@:2}" | jq -r -f scripts/target/plan.jq; }
 
-plan_soak() { printf 'entry soak %d none / /usr/lib/keltipc/soak %d\n' $(($1 + 480)) "$1"; }
+plan_soak() { printf 'entry alone soak %d none / /usr/lib/keltipc/soak %d\n' $(($1 + 480)) "$1"; }
 
 # make_tests OUT BUILD_FOLDER PLAN_COMMAND...
 make_tests() {

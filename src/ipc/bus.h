@@ -40,7 +40,7 @@ struct BusError {
   BusError(const BusError&) = delete;
   BusError& operator=(const BusError&) = delete;
 
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
 };
 
 /// A string that sd-bus allocated for us.
