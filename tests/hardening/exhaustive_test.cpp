@@ -49,7 +49,8 @@ TYPED_TEST(EverySequenceOfFrames, GivesWhatTheModelGives) {
   for (unsigned long long sequence = 0; sequence < sequences; ++sequence) {
     ReassemblyCheck<N> check(0x10, false);
     unsigned long long rest = sequence;
-    for (unsigned int i = 0; i < depth(); ++i, rest /= symbols.size()) check.process(symbols[rest % symbols.size()]);
+    for (unsigned int i = 0; i < depth(); ++i, rest /= symbols.size())
+      check.process(symbols[static_cast<std::size_t>(rest % symbols.size())]);
     check.compare_logs();
   }
 }
