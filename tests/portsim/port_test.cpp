@@ -154,7 +154,7 @@ int fill(int fd, int most) {
     char message[16] = {static_cast<char>(written), static_cast<char>(written / 256)};
     pollfd port{fd, POLLOUT, 0};
     // The pseudo-terminal hands on what it was given in its own time.
-    if (::poll(&port, 1, 100) != 1 || ::write(fd, message, sizeof message) != sizeof message) break;
+    if (::poll(&port, 1, 500) != 1 || ::write(fd, message, sizeof message) != sizeof message) break;
   }
   return written;
 }
@@ -164,7 +164,7 @@ int drain(int fd) {
   int count = 0;
   int last = -1;
   unsigned char message[16];
-  for (pollfd port{fd, POLLIN, 0}; ::poll(&port, 1, 100) == 1 && ::read(fd, message, sizeof message) == 16; ++count) {
+  for (pollfd port{fd, POLLIN, 0}; ::poll(&port, 1, 500) == 1 && ::read(fd, message, sizeof message) == 16; ++count) {
     const int number = message[0] + 256 * message[1];
     EXPECT_GT(number, std::exchange(last, number));
   }
