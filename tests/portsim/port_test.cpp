@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -212,6 +213,27 @@ TEST(APort, IsRefusedInASentenceAndLeavesNothingBehind) {
   EXPECT_EQ(too_wide.stop(), 1);
 }
 
+TEST(APort, LeavesAPathThatIsNoLongerItsOwn) {
+  Port port("");
+  ASSERT_EQ(::unlink(port.path.c_str()), 0);
+  ASSERT_EQ(::symlink("/dev/null", port.path.c_str()), 0);
+  EXPECT_EQ(port.stop(), 0);
+  EXPECT_EQ(::unlink(port.path.c_str()), 0);
+}
+
+TEST(APort, IsNotShiftedByAWriterCutShort) {
+  // A device of CUSE hands a short message on as it is.
+  if (is_cuse()) return;
+  const Port port("");
+  const int fd = port.open(O_RDWR | O_NONBLOCK);
+  ASSERT_EQ(::write(fd, "torn!", 5), 5);
+  EXPECT_TRUE(
+      soon([&] { return port.said().find("5 bytes of a message whose rest never came") != std::string::npos; }));
+  EXPECT_EQ(fill(fd, 3), 3);
+  EXPECT_EQ(drain(fd), 3);
+  ::close(fd);
+}
+
 class ACusePort : public testing::Test {
  protected:
   void SetUp() override {
@@ -296,6 +318,35 @@ TEST_F(ACusePort, ServesEveryReaderAndWriterThatWaits) {
   EXPECT_EQ(::write(fd, message, 3), 3);
   EXPECT_EQ(::write(fd, message, 4), 4);
   EXPECT_EQ(ended(readers[0]) + ended(readers[1]), 7);
+}
+
+TEST_F(ACusePort, EndsUnderItsUsersAndLeavesNoNode) {
+  const std::string node = std::filesystem::read_symlink(port.path);
+  const pid_t reader = elsewhere([&] { return ::read(fd, message, 16) == -1 ? errno : 0; });
+  const pid_t poller = elsewhere([&] {
+    pollfd watched{fd, POLLIN, 0};
+    return ::poll(&watched, 1, 20'000);
+  });
+  EXPECT_TRUE(std::filesystem::is_character_file(node));
+  EXPECT_EQ(port.stop(), 0);
+  EXPECT_EQ(ended(reader), ENODEV);
+  EXPECT_EQ(ended(poller), 1);
+  EXPECT_FALSE(std::filesystem::exists(node));
+}
+
+TEST_F(ACusePort, TakesARelativePathAndRefusesANameThatIsTaken) {
+  ASSERT_EQ(::chdir(testing::TempDir().c_str()), 0);
+  Port relative("", "relative.port");
+  EXPECT_TRUE(std::filesystem::is_character_file(relative.path)) << relative.said();
+  EXPECT_EQ(relative.stop(), 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(relative.path));
+
+  const std::string name = "/dev/qport-taken";
+  const Port first("", name);
+  ASSERT_EQ(::unlink(name.c_str()), 0);
+  Port second("", name);
+  EXPECT_THAT(second.said(), testing::HasSubstr("a device named 'qport-taken' exists already"));
+  EXPECT_EQ(second.stop(), 1);
 }
 
 }  // namespace
