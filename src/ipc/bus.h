@@ -6,7 +6,8 @@
 #include <string>
 
 /// What sd-bus hands out, each released by its holder. Declared bus first, then value or reply, then error, they go
-/// in the order error, reply, value, bus on every way out of a scope, an exception included.
+/// in the order error, reply, value, bus on every way out of a scope, an exception included. Arrays are taken apart
+/// while they are copied, so they come last and go first.
 namespace ecu::vorn::ipc {
 
 /// A reference to the calling thread's default system bus. `r` is what sd_bus_default_system gave.

@@ -13,9 +13,8 @@
 // Each member takes one and drops it before it returns, so
 //  - where nobody else in the thread holds one, every call connects, asks and disconnects: nothing outlives the call,
 //    a bus that went away is found again by the next call, and a thread that ends leaves nothing behind;
-//  - where the application holds one, calls share its connection, with whatever state that is in. It is dropped,
-//  never
-//    flushed or closed: it may be the application's own.
+//  - where the application holds one, calls share its connection, in whatever state that is. They drop their own
+//    reference and neither flush nor close what is not theirs.
 // No connection passes from one thread to another, so an object of this class may.
 namespace ecu::vorn::ipc {
 namespace {
@@ -62,6 +61,7 @@ State find_state(const std::array<std::pair<const char*, State>, Count>& words, 
   return otherwise;
 }
 
+/// Logs why not.
 bool is_connected(const Bus& bus) {
   if (bus.r >= 0) return true;
   log_line<Critical>(logger, "Unable to retrieve connection to DBus system bus: ", std::strerror(-bus.r));

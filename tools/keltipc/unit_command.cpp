@@ -40,6 +40,10 @@ int status_of(Systemd::ActiveState state) {
 
 int status_of(Systemd::InstallState state) { return state == Systemd::INSTALL_STATE_ERROR ? exit_failed : exit_done; }
 
+/// What the manager says of a unit that it knows nothing of, among others.
+bool may_be_missing(Systemd::ActiveState state) { return state == Systemd::ACTIVE_STATE_INACTIVE; }
+bool may_be_missing(Systemd::InstallState state) { return state == Systemd::INSTALL_STATE_DISABLED; }
+
 /// `ask` gives a unit's state, of either kind.
 template <typename Ask>
 int print_states(const UnitOptions& options, Ask ask) {
@@ -47,7 +51,7 @@ int print_states(const UnitOptions& options, Ask ask) {
   int status = exit_done;
   for (const std::string& unit : options.units) {
     const auto state = ask(units, unit);
-    const bool missing = status_of(state) != exit_failed && !units.exists(unit);
+    const bool missing = may_be_missing(state) && !units.exists(unit);
     print_answer(options.json, "unit", unit, "state", missing ? not_found : Units::word(state));
     status = worse(status, missing ? int{exit_no_such_unit} : status_of(state));
   }
@@ -66,22 +70,23 @@ int print_install_states(const UnitOptions& options) {
 }
 
 using Action = bool (Systemd::*)(const std::string&);
-using Wait = int (*)(Units&, const std::string&, std::chrono::steady_clock::time_point);
+using Wait = int (*)(Units&, const Job&, std::chrono::steady_clock::time_point);
 
 /// Queues a job for each unit, the others too where one is refused; then waits for those that were queued.
 int act(const UnitOptions& options, Action action, Wait wait) {
   Units units;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout);
   int status = exit_done;
-  std::vector<std::string> queued;
+  std::vector<Job> queued;
   for (const std::string& unit : options.units) {
+    const auto before = options.wait ? units.get_unit_activestate(unit) : Systemd::ACTIVE_STATE_ERROR;
     const bool taken = (units.*action)(unit);
-    if (taken) queued.push_back(unit);
+    if (taken) queued.push_back({unit, before});
     if (options.json) print_answer(true, "unit", unit, "job", taken ? "queued" : "refused");
-    status = worse(status, taken ? exit_done : exit_failed);
+    if (!taken) status = worse(status, units.took_for_missing(unit) ? exit_no_such_unit : exit_failed);
   }
   if (options.wait) {
-    for (const std::string& unit : queued) status = worse(status, wait(units, unit, deadline));
+    for (const Job& job : queued) status = worse(status, wait(units, job, deadline));
   }
   units.failed();
   return status;
@@ -113,8 +118,8 @@ void add_unit_command(CLI::App& app, Run& run) {
   CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
   group->require_subcommand(1);
   group->footer(
-      "Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit (state, install-state); "
-      "124 time-out.\nstart, stop, restart and reload are done when the manager has queued the job, unless "
+      "Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit; 124 time-out.\nstart, stop, restart "
+      "and reload are done when the manager has queued the job, unless "
       "they --wait.");
   auto options = std::make_shared<UnitOptions>();
 

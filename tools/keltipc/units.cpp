@@ -1,6 +1,7 @@
 #include "units.h"
 
 #include <iostream>
+#include <stdexcept>
 
 #include "common_options.h"
 #include "logging/logging.h"
@@ -13,9 +14,14 @@ namespace logging = ecu::vorn::logging;
 
 constexpr int error_level = 3;
 
-bool is_refusal(const std::string& text) {
-  return text.find("InteractiveAuthorizationRequired") != std::string::npos ||
-         text.find("AccessDenied") != std::string::npos;
+/// Whether the line tells of that D-Bus error:
+/// "Call to StopUnit 'a.service' failed: org.freedesktop.DBus.Error.AccessDenied: Permission denied"
+bool tells_of(const std::string& error, const std::string& line) {
+  return line.find("' failed: org.freedesktop." + error + ":") != std::string::npos;
+}
+
+bool is_refusal(const std::string& line) {
+  return tells_of("DBus.Error.InteractiveAuthorizationRequired", line) || tells_of("DBus.Error.AccessDenied", line);
 }
 
 /// "Systemd::INSTALL_STATE_ENABLED_RUNTIME" -> "enabled-runtime"
@@ -33,6 +39,7 @@ Units::Units() {
     logging::stderr_sink(level, module, text);
     any_error = any_error || level <= error_level;
     any_refusal = any_refusal || is_refusal(text);
+    last_line = text;
   });
 }
 
@@ -42,6 +49,11 @@ bool Units::exists(const std::string& unit) {
   const std::string manager = "org.freedesktop.systemd1";
   const std::string path = get_object_instance(manager, manager + ".Manager", "/org/freedesktop/systemd1", unit);
   return path.empty() || get_property_value(manager, manager + ".Unit", path, "LoadState") != "not-found";
+}
+
+bool Units::took_for_missing(const std::string& unit) {
+  // One that is not loaded is told of by the same error.
+  return tells_of("systemd1.NoSuchUnit", last_line) && !exists(unit);
 }
 
 std::string Units::word(ActiveState state) { return plain_word(Systemd().to_str(state), "Systemd::ACTIVE_STATE_"); }
@@ -69,6 +81,7 @@ void print_answer(bool json, const std::string& key, const std::string& name, co
   } else {
     std::cout << word << std::endl;
   }
+  if (!std::cout) throw std::runtime_error("standard output cannot be written to");
 }
 
 }  // namespace keltipc

@@ -19,6 +19,9 @@ class Units : public ecu::vorn::ipc::Systemd {
   /// False where the manager says that there is no such unit; what cannot be asked is taken to exist.
   bool exists(const std::string& unit);
 
+  /// Whether the last failure was that there is no such unit.
+  bool took_for_missing(const std::string& unit);
+
   /// "active", "inactive", ...; "error" where it could not be read.
   static std::string word(ActiveState state);
   static std::string word(InstallState state);
@@ -32,6 +35,7 @@ class Units : public ecu::vorn::ipc::Systemd {
  private:
   bool any_error = false;
   bool any_refusal = false;
+  std::string last_line;
 };
 
 /// One word a line, or with `json` one object a line: {"unit":"a.service","state":"active"}
