@@ -54,8 +54,9 @@ TEST_F(AManager, TakesAUnitThroughItsStates) {
 }
 
 TEST_F(AManager, TellsHowUnitsAreInstalled) {
-  EXPECT_EQ(systemd.get_unit_installstate("runs.service"), Systemd::INSTALL_STATE_DISABLED);
-  EXPECT_EQ(systemd.get_unit_installstate("also-runs.service"), Systemd::INSTALL_STATE_STATIC);
+  EXPECT_EQ(systemd.get_unit_installstate("runs.service"), Systemd::INSTALL_STATE_ENABLED);
+  EXPECT_EQ(systemd.get_unit_installstate("fails.service"), Systemd::INSTALL_STATE_STATIC);
+  EXPECT_EQ(systemd.get_unit_installstate("also-runs.service"), Systemd::INSTALL_STATE_ERROR) << "it is indirect";
   EXPECT_EQ(systemd.get_unit_installstate("masked.service"), Systemd::INSTALL_STATE_MASKED);
   EXPECT_EQ(systemd.get_unit_installstate("nowhere.service"), Systemd::INSTALL_STATE_DISABLED);
   EXPECT_EQ(systemd.get_unit_activestate("nowhere.service"), Systemd::ACTIVE_STATE_INACTIVE);

@@ -34,7 +34,7 @@ TEST(TheUnitCommands, AnswerInPlainWordsAndTellTheRestByTheirStatus) {
       {"unit state runs.service slow.service", 0, "active\nactive\n"},
       {"unit state --json runs.service nowhere.service", 4,
        "{\"unit\":\"runs.service\",\"state\":\"active\"}\n{\"unit\":\"nowhere.service\",\"state\":\"not-found\"}\n"},
-      {"unit install-state runs.service also-runs.service", 0, "disabled\nstatic\n"},
+      {"unit install-state runs.service fails.service", 0, "enabled\nstatic\n"},
       {"unit reload runs.service", 0, ""},
       {"unit restart runs.service", 0, ""},
       {"unit start --wait runs.service", 0, ""},
