@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,7 +19,7 @@ using testing::UnorderedElementsAre;
 class AManager : public testing::Test {
  protected:
   ~AManager() override {
-    for (const char* unit : {"runs.service", "also-runs.service", "slow.service", "door.socket"}) stop(unit);
+    for (const char* unit : {"runs.service", "also-runs.service", "door.socket"}) stop(unit);
   }
   void stop(const std::string& unit) {
     systemd.stop_unit(unit);
@@ -36,27 +35,45 @@ class AManager : public testing::Test {
 };
 
 TEST_F(AManager, TakesAUnitThroughItsStates) {
-  ASSERT_TRUE(systemd.start_unit("runs.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVE, "runs.service"));
-  EXPECT_TRUE(systemd.reload_unit("runs.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVE, "runs.service"));
-  EXPECT_TRUE(systemd.restart_unit("runs.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVE, "runs.service"));
-  EXPECT_TRUE(systemd.stop_unit("runs.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_INACTIVE, "runs.service"));
-
-  EXPECT_TRUE(systemd.start_unit("slow.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVATING, "slow.service"));
-  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVE, "slow.service"));
+  const struct {
+    bool (Systemd::*action)(const std::string&);
+    std::vector<Systemd::ActiveState> on_the_way;
+    Systemd::ActiveState in_the_end;
+  } steps[] = {
+      {&Systemd::start_unit, {Systemd::ACTIVE_STATE_ACTIVATING}, Systemd::ACTIVE_STATE_ACTIVE},
+      {&Systemd::reload_unit, {Systemd::ACTIVE_STATE_RELOADING}, Systemd::ACTIVE_STATE_ACTIVE},
+      {&Systemd::restart_unit,
+       {Systemd::ACTIVE_STATE_DEACTIVATING, Systemd::ACTIVE_STATE_ACTIVATING},
+       Systemd::ACTIVE_STATE_ACTIVE},
+      {&Systemd::stop_unit, {Systemd::ACTIVE_STATE_DEACTIVATING}, Systemd::ACTIVE_STATE_INACTIVE},
+  };
+  for (const auto& [action, on_the_way, in_the_end] : steps) {
+    ASSERT_TRUE((systemd.*action)("gated.service"));
+    for (const Systemd::ActiveState state : on_the_way) {
+      EXPECT_TRUE(becomes(state, "gated.service")) << systemd.to_str(state);
+      std::filesystem::create_directory("/run/keltipc-go");
+    }
+    EXPECT_TRUE(becomes(in_the_end, "gated.service")) << systemd.to_str(in_the_end);
+  }
   EXPECT_TRUE(systemd.start_unit("fails.service")) << "the job is queued; what comes of it is another matter";
   EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_FAILED, "fails.service"));
   EXPECT_EQ(lines, Transcript{});
 }
 
+TEST_F(AManager, SwitchesToATargetAndStopsWhatItDoesNotNeed) {
+  ASSERT_TRUE(systemd.start_unit("runs.service"));
+  ASSERT_TRUE(becomes(Systemd::ACTIVE_STATE_ACTIVE, "runs.service"));
+  EXPECT_TRUE(systemd.change_target("rest"));
+  EXPECT_TRUE(becomes(Systemd::ACTIVE_STATE_INACTIVE, "runs.service"));
+  EXPECT_TRUE(soon([&] { return systemd.is_target_active("rest"); }));
+  EXPECT_EQ(lines, Transcript{"NOTICE Changed to target 'rest'"});
+}
+
 TEST_F(AManager, TellsHowUnitsAreInstalled) {
   EXPECT_EQ(systemd.get_unit_installstate("runs.service"), Systemd::INSTALL_STATE_ENABLED);
-  EXPECT_EQ(systemd.get_unit_installstate("fails.service"), Systemd::INSTALL_STATE_STATIC);
-  EXPECT_EQ(systemd.get_unit_installstate("also-runs.service"), Systemd::INSTALL_STATE_ERROR) << "it is indirect";
+  EXPECT_EQ(systemd.get_unit_installstate("door.socket"), Systemd::INSTALL_STATE_DISABLED);
+  EXPECT_EQ(systemd.get_unit_installstate("slow.service"), Systemd::INSTALL_STATE_STATIC);
+  EXPECT_EQ(systemd.get_unit_installstate("also-runs.service"), Systemd::INSTALL_STATE_ERROR) << "indirect";
   EXPECT_EQ(systemd.get_unit_installstate("masked.service"), Systemd::INSTALL_STATE_MASKED);
   EXPECT_EQ(systemd.get_unit_installstate("nowhere.service"), Systemd::INSTALL_STATE_DISABLED);
   EXPECT_EQ(systemd.get_unit_activestate("nowhere.service"), Systemd::ACTIVE_STATE_INACTIVE);
@@ -129,31 +146,35 @@ TEST_F(AManager, AnswersManyThreadsOfOneObjectAndKeepsNoDescriptor) {
   EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-/// Ends every process of that name among those that can be seen: in a manager of one's own there are no others.
-void kill_all(const std::string& name) {
+/// To every process of that name among those that can be seen: in a manager of one's own there are no others.
+void send_all(const std::string& name, int signal) {
   for (const auto& process : std::filesystem::directory_iterator("/proc")) {
     std::string found;
     std::ifstream(process.path() / "comm") >> found;
-    if (found == name) ::kill(std::atoi(process.path().filename().c_str()), SIGKILL);
+    if (found == name) ::kill(std::atoi(process.path().filename().c_str()), signal);
   }
 }
 
 TEST_F(AManager, IsFoundAgainWhenItsBusWasKilled) {
-  if (std::getenv("KELTIPC_PRIVATE_MANAGER") == nullptr)
-    return;  // Process 1 and the rest of the machine need theirs.
+  // Process 1 and the rest of the machine need theirs.
+  if (std::getenv("KELTIPC_PRIVATE_MANAGER") == nullptr) return;
   const auto answers = [&] { return systemd.get_unit_activestate("masked.service") != Systemd::ACTIVE_STATE_ERROR; };
-  for (int round = 0; round < 3; ++round) {
-    kill_all("dbus-daemon");
-    EXPECT_TRUE(soon(answers)) << "after the bus was killed between calls";
-    std::atomic<bool> killed{false};
-    std::thread killer([&] {
-      kill_all("dbus-daemon");
-      killed = true;
-    });
-    while (!killed) answers();
-    killer.join();
-    EXPECT_TRUE(soon(answers)) << "after it was killed while calls were made";
-  }
+  send_all("dbus-daemon", SIGKILL);
+  EXPECT_TRUE(soon(answers)) << "after the bus was killed between calls";
+
+  lines.clear();
+  const std::ptrdiff_t descriptors = open_descriptors();
+  send_all("systemd", SIGSTOP);  // So that the call waits for its reply.
+  std::thread killer([descriptors] {
+    soon([descriptors] { return open_descriptors() > descriptors; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    send_all("dbus-daemon", SIGKILL);
+  });
+  EXPECT_FALSE(systemd.start_unit("runs.service"));
+  killer.join();
+  EXPECT_THAT(lines, ElementsAre(testing::StartsWith("ERROR Call to StartUnit 'runs.service' failed: ")));
+  send_all("systemd", SIGCONT);
+  EXPECT_TRUE(soon(answers)) << "after it was killed in the middle of a call";
 }
 
 }  // namespace
