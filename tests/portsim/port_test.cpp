@@ -117,7 +117,7 @@ TEST(APort, PassesSignalsBetweenTwoProcessesWholeAndInOrder) {
   if (!is_cuse()) return;
   passes<8>({1, 65'535, 65'535});
   passes<24>({1, 65'535, 65'535});
-  passes<4088>({many(200), 1, 65'535});
+  passes<4088>({many(2'000), 1, 65'535});
 }
 
 TEST(APort, TakenAwayAndGivenBackIsFoundAgainByItsWriter) {
