@@ -43,7 +43,7 @@ void add() {
   processor->process({start_id, 0, 0, {}});
   for (const std::size_t length : bench::lengths) {
     const auto frames = std::make_shared<std::vector<signal_t_dyn<N>>>(frames_of<N>(length));
-    const double goal = N != 4088 || length < 4000 ? 2.7 : length <= N ? 1.65 : 1.05;
+    const double goal = N != 4088 ? 2.7 : length <= N ? 1.65 : 1.05;
     bench::compare(
         {bench::figure_name("process_take", N, length), goal, bench::batch_of(length, N)},
         [=] { put_together(*processor, *frames); }, [=] { append_alone(*frames); });

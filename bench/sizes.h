@@ -19,11 +19,14 @@ constexpr std::size_t chunks(std::size_t length, std::size_t n) { return (length
 /// As many signals of 4000 bytes as have about the frames of one of 65535.
 constexpr std::size_t shorts_a_long(std::size_t n) { return chunks(65535, n) / chunks(4000, n); }
 
-/// Signals a batch: some 250 frames' worth, but not more than a processor's own cache holds with all that is around
-/// it.
+/// Frames a batch: some 250, but not more than a processor's own cache holds with all that is around it.
+constexpr std::size_t frames_a_batch(std::size_t n) {
+  return std::min<std::size_t>(250, (std::size_t{128} << 10U) / (n + 8));
+}
+
+/// Signals a batch.
 constexpr std::size_t batch_of(std::size_t length, std::size_t n) {
-  const std::size_t frames = std::min<std::size_t>(250, (std::size_t{128} << 10U) / (n + 8));
-  return std::max<std::size_t>(1, frames / chunks(length, n));
+  return std::max<std::size_t>(1, frames_a_batch(n) / chunks(length, n));
 }
 
 inline ecu::vorn::ipc::IpcSignal signal_of(std::size_t length) {

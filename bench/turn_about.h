@@ -28,13 +28,27 @@ struct Figure {
   std::int64_t batches = 0;  ///< of each in one turn; 0: as many as fill 50 ms
 };
 
+using Seconds = std::chrono::duration<double>;
+
+/// What the calls under way have spent on the bench's own work, which is not theirs.
+inline Seconds not_theirs{};
+
+/// Calls it, for the bench's own sake.
+template <typename Work>
+void aside(const Work& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  not_theirs += std::chrono::steady_clock::now() - start;
+}
+
 /// `prepare` is called before and is not timed.
 template <typename Prepare, typename Call>
 double seconds(std::size_t calls, const Prepare& prepare, const Call& call) {
   prepare();
+  not_theirs = Seconds();
   const auto start = std::chrono::steady_clock::now();
   for (std::size_t i = 0; i < calls; ++i) call();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return (Seconds(std::chrono::steady_clock::now() - start) - not_theirs).count();
 }
 
 inline double median(std::vector<double>& values) {

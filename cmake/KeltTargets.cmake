@@ -51,8 +51,9 @@ function(kelt_add_library name)
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${map})
   # Calls of other libraries go there without a stop in the dynamic linker's table: behind a system call each jump there
-  # is one not predicted.
-  target_compile_options(${target} PRIVATE -fno-plt)
+  # is one not predicted. No pairs of members are moved by one wide load: behind the narrow stores of an append the
+  # processor has to wait for it.
+  target_compile_options(${target} PRIVATE -fno-plt -fno-tree-slp-vectorize)
   target_link_options(${target} PRIVATE -Wl,--version-script=${map})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>

@@ -99,7 +99,7 @@ void QueuePortReader<N, Frame>::receive_data() {
 /// Deliberate: neither `revents` nor the result of `read` is looked at. The processor gets the buffer as it stands,
 /// with the previous frame's bytes where the read failed or was short.
 template <std::size_t N, typename Frame>
-void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& processor, Frame& frame) {
+inline void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& processor, Frame& frame) {
   [[maybe_unused]] const ssize_t unchecked = ::read(fd, &frame, sizeof frame);
   processor.process(std::move(frame));
   if (processor.get_state() != SignalProcessor<N, Frame>::STATE_COMPLETE) {
@@ -110,7 +110,7 @@ void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& process
 }
 
 template <std::size_t N, typename Frame>
-void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& processor) {
+inline void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& processor) {
   auto taken = processor.take();
   if (!taken) {
     log_line<Error>(logger, "Signal was supposed to be available but could not be taken!");

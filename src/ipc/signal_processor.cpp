@@ -90,8 +90,11 @@ std::optional<IpcSignal> SignalProcessor<N, Frame>::take() {
   log_line<Debug>(logger, "take signal: 0x", Hex{signal.signal_id});
   received = 0;
   expected = 0;
+  std::optional<IpcSignal> taken(std::move(signal));
   // The stamp stays: the next signal may come in the same sampling frame.
-  return std::exchange(signal, IpcSignal{0, 0, signal.sampling_frame, {}});
+  signal.signal_id = 0;
+  signal.status = 0;
+  return taken;
 }
 
 template class SignalProcessor<8>;
