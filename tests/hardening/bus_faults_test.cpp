@@ -7,11 +7,11 @@
 
 #include <atomic>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <thread>
 
 #include "ipc/systemd.h"
+#include "support/descriptors.h"
 #include "support/recorded_log.h"
 
 // A peer that answers as no manager does, at the other end of a socket pair: real sd-bus on both sides.
@@ -135,11 +135,6 @@ class ABusThat : public testing::TestWithParam<Fault> {
     refuse_with = 0;
   }
 };
-
-std::ptrdiff_t open_descriptors() {
-  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return std::distance(begin(all), end(all));
-}
 
 TEST_P(ABusThat, FailsCostsALineACallAndTheNextCallWorks) {
   const Fault& fault = GetParam();

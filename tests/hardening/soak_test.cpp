@@ -6,12 +6,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <thread>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
+#include "support/descriptors.h"
 #include "support/traffic.h"
 
 // In place of a device: a socket pair that keeps messages. Opened for writing it is one end, for reading the other.
@@ -51,11 +51,6 @@ std::uint32_t signal_count() {
   return asked == nullptr ? 50'000 : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
 }
 
-std::size_t open_descriptors() {
-  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
 std::size_t resident_pages() {
   std::size_t total = 0;
   std::size_t resident = 0;
@@ -65,7 +60,7 @@ std::size_t resident_pages() {
 
 TEST(ManySignals, AllComeWholeAndInOrderAndMemoryAndDescriptorsStayFlat) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
-  const std::size_t descriptors = open_descriptors();
+  const std::ptrdiff_t descriptors = open_descriptors();
   std::size_t pages = 0;
   const Traffic traffic{signal_count(), 1, 16};
   std::uint32_t came = 0;

@@ -6,8 +6,9 @@
 #include <fstream>
 
 #include "ipc/systemd.h"
+#include "support/descriptors.h"
 #include "support/recorded_log.h"
-#include "target/soon.h"
+#include "support/soon.h"
 
 // On a real manager, with the units of tests/units: one of its own (tests/support/private-systemd), or process 1.
 namespace ecu::vorn::ipc::test {
@@ -123,11 +124,6 @@ TEST_F(AManager, GetsNoFurtherThanAFailureWithABadName) {
     EXPECT_FALSE(systemd.stop_unit(name)) << name;
     EXPECT_LE(lines.size(), 2U) << name;
   }
-}
-
-std::ptrdiff_t open_descriptors() {
-  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return std::distance(begin(all), end(all));
 }
 
 void ask(Systemd& systemd, int times) {

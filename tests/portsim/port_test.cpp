@@ -15,8 +15,8 @@
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
 #include "support/recorded_log.h"
+#include "support/soon.h"
 #include "support/traffic.h"
-#include "target/soon.h"
 
 // One set of claims on both kinds of port that keltipc-portsim makes: KELTIPC_PORTSIM is the command that starts it,
 // KELTIPC_BACKEND the kind.

@@ -7,13 +7,13 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
 #include "ipc/utils.h"
+#include "support/descriptors.h"
 #include "support/recorded_log.h"
-#include "target/soon.h"
+#include "support/soon.h"
 
 namespace ecu::vorn::ipc::test {
 namespace {
@@ -68,11 +68,6 @@ class DeviceNode : public testing::Test {
   QueuePortWriter<8> writer;
   std::thread receiving;
 };
-
-std::ptrdiff_t open_descriptors() {
-  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return std::distance(begin(all), end(all));
-}
 
 TEST_F(DeviceNode, GoneAndBackFiftyTimesLosesNothingThatIsSentAfterAReopen) {
   constexpr std::uint32_t removals = 50;

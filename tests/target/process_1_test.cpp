@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "ipc/systemd.h"
-#include "target/soon.h"
+#include "support/soon.h"
 
 namespace ecu::vorn::ipc::test {
 namespace {
