@@ -22,11 +22,6 @@ struct TargetOptions {
 
 using Act = int (*)(Units&, const TargetOptions&);
 
-bool is_service(const std::string& unit) {
-  const std::string suffix = ".service";
-  return unit.size() >= suffix.size() && unit.compare(unit.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 int print_active(Units& units, const TargetOptions& options) {
   const bool active = units.is_target_active(options.target);
   print_answer(options.json, "target", options.target, "state", active ? "active" : "inactive");
@@ -35,7 +30,7 @@ int print_active(Units& units, const TargetOptions& options) {
 
 int print_services(Units& units, const TargetOptions& options) {
   for (const std::string& unit : units.list_target_services(options.target)) {
-    if (!options.all && !is_service(unit)) continue;
+    if (!options.all && !Units::is_service(unit)) continue;
     print_answer(options.json, "target", options.target, "wants", options.json ? unit : escape_word(unit));
   }
   return exit_done;

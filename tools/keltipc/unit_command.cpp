@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "commands.h"
 #include "common_options.h"
@@ -70,24 +71,23 @@ int print_install_states(const UnitOptions& options) {
 }
 
 using Action = bool (Systemd::*)(const std::string&);
-using Wait = int (*)(Units&, const Job&, std::chrono::steady_clock::time_point);
 
 /// Queues a job for each unit, the others too where one is refused; then waits for those that were queued.
-int act(const UnitOptions& options, Action action, Wait wait) {
+int act(const UnitOptions& options, Action action, Job::Kind kind) {
   Units units;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout);
+  std::optional<JobResults> results;
+  if (options.wait) results.emplace();
   int status = exit_done;
   std::vector<Job> queued;
   for (const std::string& unit : options.units) {
-    const auto before = options.wait ? units.get_unit_activestate(unit) : Systemd::ACTIVE_STATE_ERROR;
+    const bool had_failed = options.wait && units.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_FAILED;
     const bool taken = (units.*action)(unit);
-    if (taken) queued.push_back({unit, before});
+    if (taken && options.wait) queued.push_back({kind, unit, had_failed});
     if (options.json) print_answer(true, "unit", unit, "job", taken ? "queued" : "refused");
     if (!taken) status = worse(status, units.took_for_missing(unit) ? exit_no_such_unit : exit_failed);
   }
-  if (options.wait) {
-    for (const Job& job : queued) status = worse(status, wait(units, job, deadline));
-  }
+  for (const Job& job : queued) status = worse(status, wait_for_job(units, *results, job, deadline));
   units.failed();
   return status;
 }
@@ -130,15 +130,15 @@ void add_unit_command(CLI::App& app, Run& run) {
       *options)
       ->callback([options, &run] { run = [options] { return print_install_states(*options); }; });
 
-  const auto add_action = [&](const char* name, const char* help, Action action, Wait wait, const char* until) {
+  const auto add_action = [&](const char* name, const char* help, Action action, Job::Kind kind) {
     CLI::App* const command = add(*group, name, help, *options);
-    if (wait != nullptr) add_wait(*command, *options, until);
-    command->callback([=, &run] { run = [=] { return act(*options, action, wait); }; });
+    command->callback([=, &run] { run = [=] { return act(*options, action, kind); }; });
+    return command;
   };
-  add_action("start", "Start units", &Systemd::start_unit, wait_until_started, "active");
-  add_action("stop", "Stop units", &Systemd::stop_unit, wait_until_stopped, "stopped");
-  add_action("restart", "Restart units", &Systemd::restart_unit, nullptr, "");
-  add_action("reload", "Make units read their configuration again", &Systemd::reload_unit, nullptr, "");
+  add_wait(*add_action("start", "Start units", &Systemd::start_unit, Job::start), *options, "active");
+  add_wait(*add_action("stop", "Stop units", &Systemd::stop_unit, Job::stop), *options, "stopped");
+  add_action("restart", "Restart units", &Systemd::restart_unit, Job::start);
+  add_action("reload", "Make units read their configuration again", &Systemd::reload_unit, Job::start);
 }
 
 }  // namespace keltipc

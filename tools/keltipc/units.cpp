@@ -13,6 +13,7 @@ namespace {
 namespace logging = ecu::vorn::logging;
 
 constexpr int error_level = 3;
+const std::string manager = "org.freedesktop.systemd1";
 
 /// Whether the line tells of that D-Bus error:
 /// "Call to StopUnit 'a.service' failed: org.freedesktop.DBus.Error.AccessDenied: Permission denied"
@@ -22,6 +23,10 @@ bool tells_of(const std::string& error, const std::string& line) {
 
 bool is_refusal(const std::string& line) {
   return tells_of("DBus.Error.InteractiveAuthorizationRequired", line) || tells_of("DBus.Error.AccessDenied", line);
+}
+
+bool has_suffix(const std::string& name, const std::string& suffix) {
+  return name.size() >= suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 /// "Systemd::INSTALL_STATE_ENABLED_RUNTIME" -> "enabled-runtime"
@@ -45,10 +50,13 @@ Units::Units() {
 
 Units::~Units() { logging::set_sink({}); }
 
+std::string Units::path(const std::string& unit) {
+  return get_object_instance(manager, manager + ".Manager", "/org/freedesktop/systemd1", unit);
+}
+
 bool Units::exists(const std::string& unit) {
-  const std::string manager = "org.freedesktop.systemd1";
-  const std::string path = get_object_instance(manager, manager + ".Manager", "/org/freedesktop/systemd1", unit);
-  return path.empty() || get_property_value(manager, manager + ".Unit", path, "LoadState") != "not-found";
+  const std::string found = path(unit);
+  return found.empty() || get_property_value(manager, manager + ".Unit", found, "LoadState") != "not-found";
 }
 
 bool Units::took_for_missing(const std::string& unit) {
@@ -62,10 +70,10 @@ std::string Units::word(InstallState state) { return plain_word(Systemd().to_str
 
 std::string Units::target_unit(const std::string& target) {
   const std::string suffix = ".target";
-  const bool has_it =
-      target.size() >= suffix.size() && target.compare(target.size() - suffix.size(), suffix.size(), suffix) == 0;
-  return has_it ? target : target + suffix;
+  return has_suffix(target, suffix) ? target : target + suffix;
 }
+
+bool Units::is_service(const std::string& unit) { return has_suffix(unit, ".service"); }
 
 bool Units::failed() {
   if (any_refusal) say("this user may not do that: docs/unit-control.md shows the rule that allows it");

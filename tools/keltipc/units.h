@@ -16,6 +16,9 @@ class Units : public ecu::vorn::ipc::Systemd {
   Units(const Units&) = delete;
   Units& operator=(const Units&) = delete;
 
+  /// The unit's object on the bus; empty where the manager cannot be asked.
+  std::string path(const std::string& unit);
+
   /// False where the manager says that there is no such unit; what cannot be asked is taken to exist.
   bool exists(const std::string& unit);
 
@@ -28,6 +31,7 @@ class Units : public ecu::vorn::ipc::Systemd {
 
   /// "multi-user" -> "multi-user.target"
   static std::string target_unit(const std::string& target);
+  static bool is_service(const std::string& unit);
 
   /// Whether anything has failed. Says once, where rights were what was missing, where to read on.
   bool failed();
