@@ -168,24 +168,27 @@ void run_program(std::vector<std::string> words) {
   if (!ran) give_up(words[0] + " failed");
 }
 
+/// One request beside one request has a goal. A query of a unit's state is two, each with a connection of its own,
+/// and systemctl, as root, goes round the bus: those stand in the table for what they are.
 void add_programs(const std::shared_ptr<Systemd>& systemd) {
-  const auto add = [&](const std::string& name, auto library, const std::vector<std::string>& words) {
+  const auto add = [&](const std::string& name, double goal, auto library, const std::vector<std::string>& words) {
     bench::compare(
-        {name, 1.0 / 15, 1, 1, 1, 9}, [=] { benchmark::DoNotOptimize(library()); }, [=] { run_program(words); });
+        {name, goal, 10, 1, 1, 2}, [=] { benchmark::DoNotOptimize(library()); }, [=] { run_program(words); });
   };
-  const auto get_property = [](const std::string& path, const char* property) {
+  const auto busctl = [](const std::string& path, const char* property) {
     return std::vector<std::string>{"busctl", "--system",     "get-property", service_name,
                                     path,     unit_interface, property};
   };
   const auto activestate = [=] { return systemd->get_unit_activestate(unit); };
-  add("get_unit_activestate/busctl get-property", activestate, get_property(unit_path, "ActiveState"));
-  add("get_unit_activestate/systemctl is-active", activestate, {"systemctl", "is-active", unit});
   add(
-      "get_unit_installstate/busctl get-property", [=] { return systemd->get_unit_installstate(unit); },
-      get_property(unit_path, "UnitFileState"));
+      "get_property_value/busctl get-property", 1.0 / 15,
+      [=] { return systemd->get_property_value(service_name, unit_interface, unit_path, "ActiveState"); },
+      busctl(unit_path, "ActiveState"));
+  add("get_unit_activestate/busctl get-property", 0, activestate, busctl(unit_path, "ActiveState"));
+  add("get_unit_activestate/systemctl is-active", 0, activestate, {"systemctl", "is-active", unit});
   add(
-      "list_target_services/busctl get-property", [=] { return systemd->list_target_services(target); },
-      get_property(target_path, "Wants"));
+      "list_target_services/busctl get-property", 0, [=] { return systemd->list_target_services(target); },
+      busctl(target_path, "Wants"));
 }
 
 /// What an application gains that holds a reference to the thread's default bus: its calls share one connection.
