@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -15,9 +14,10 @@
 #include "sizes.h"
 #include "turn_about.h"
 
-/// The port is a socket that keeps messages apart (SOCK_SEQPACKET), put in the place of the device that the reader
-/// opened: as with a queuing port, one read takes one message off a queue in the kernel. It is given the frames a
-/// batch at a time, set aside from what is timed, so that what waits in it does not grow with a signal's length.
+/// The port is a pipe that keeps messages apart (O_DIRECT), put in the place of the device that the reader opened:
+/// the cheapest such port that the kernel has. As with a queuing port, one read takes one message off a queue. It is
+/// given the frames a batch at a time, set aside from what is timed, so that what waits in it does not grow with a
+/// signal's length.
 namespace {
 
 using namespace ecu::vorn::ipc;
@@ -52,7 +52,7 @@ class Feed {
  private:
   void fill() {
     for (; waiting < at_once && left > 0; ++waiting, --left, next += frame_size) {
-      if (::write(fd, next, frame_size) != static_cast<ssize_t>(frame_size)) give_up("cannot fill the socket");
+      if (::write(fd, next, frame_size) != static_cast<ssize_t>(frame_size)) give_up("cannot fill the pipe");
     }
   }
 
@@ -109,18 +109,15 @@ class Port {
  public:
   Port() {
     int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) < 0) give_up("cannot make a pair of sockets");
-    const int room = 1 << 20;
-    if (::setsockopt(ends[1], SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) < 0) {
-      give_up("cannot make room for 1 MiB in a socket: needs root");
-    }
+    if (::pipe2(ends, O_DIRECT) < 0) give_up("cannot make a pipe");
+    if (::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20) < 0) give_up("cannot make room for 1 MiB in a pipe: needs root");
     fd = ends[0];
     other_end = ends[1];
-    // The reader opens a character device; the socket then takes the place of that descriptor.
+    // The reader opens a character device; the pipe then takes the place of that descriptor.
     const int next = ::dup(fd);
     ::close(next);
     if (!reader.open("/dev/zero") || ::fcntl(next, F_GETFD) < 0) give_up("cannot open /dev/zero");
-    if (::dup2(fd, next) < 0) give_up("cannot put the socket in the device's place");
+    if (::dup2(fd, next) < 0) give_up("cannot put the pipe in the device's place");
   }
 
   void feed_with(const std::vector<signal_t_dyn<N>>& frames) {
