@@ -1,39 +1,14 @@
 #include "common_options.h"
 
-#include <charconv>
 #include <iostream>
 
 #include "logging/logging.h"
-#include "text/escape.h"
+#include "whole_number.h"
 
 namespace keltipc {
-namespace {
-
-std::string check_frame(const std::string& text) {
-  if (text == "16" || text == "32" || text == "4096") return {};
-  return "there are no frames of " + quote(text) + " bytes, only of 16, 32 and 4096";
-}
-
-}  // namespace
-
-CLI::Validator whole_number(unsigned long lowest, unsigned long highest) {
-  const std::string range = std::to_string(lowest) + " to " + std::to_string(highest);
-  const auto check = [=](std::string& text) -> std::string {
-    unsigned long value = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{} || stop != end || value < lowest || value > highest) {
-      return quote(text) + " is no whole number from " + range;
-    }
-    text = std::to_string(value);
-    return {};
-  };
-  return CLI::Validator(check, "");
-}
-
 void add_port_options(CLI::App& command, PortOptions& options) {
   command.add_option("--frame", options.frame, "Size of the port's frames: 16, 32 or 4096 bytes")
-      ->check(CLI::Validator(check_frame, ""))
+      ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
   command.add_option("--wait", options.wait, "Wait that long for the device to appear; then status 124")

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
-#include <limits>
 #include <string>
 #include <type_traits>
 
@@ -16,9 +15,6 @@ struct PortOptions {
 };
 
 void add_port_options(CLI::App& command, PortOptions& options);
-
-/// A decimal number within bounds, leading zeros allowed. What CLI11 has takes "010" for eight.
-CLI::Validator whole_number(unsigned long lowest, unsigned long highest = std::numeric_limits<unsigned int>::max());
 
 /// The library's lines of this level and the more urgent ones go to standard error, no others.
 void set_up_logging(int log_level);

@@ -13,6 +13,7 @@
 #include "text/input_error.h"
 #include "text/signal_text.h"
 #include "watch.h"
+#include "whole_number.h"
 
 namespace keltipc {
 namespace {

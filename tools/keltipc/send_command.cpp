@@ -16,6 +16,7 @@
 #include "sender.h"
 #include "text/input_error.h"
 #include "text/signal_text.h"
+#include "whole_number.h"
 
 namespace keltipc {
 namespace {

@@ -4,8 +4,6 @@
 #include <sstream>
 #include <utility>
 
-#include "ending.h"
-#include "text/escape.h"
 #include "text/log_record.h"
 
 namespace keltipc {
@@ -48,8 +46,9 @@ SignalPrinter::SignalPrinter(Printing printing_options, const DeviceNode& device
     : printing(std::move(printing_options)), node(device_node), output(line_output) {}
 
 void SignalPrinter::consume(IpcSignal&& signal) {
-  // The reader's loop hands on the last frame again and again once the port has hung up.
-  if (!node.is_there()) throw Ending(exit_failed, quote(node.path) + " is gone");
+  // The reader's loop hands on the last frame again and again once the port has hung up. So a signal counts only as
+  // long as the port has not; what was still in it is lost anyway.
+  if (const auto loss = node.loss()) throw Ending(*loss);
   if (!passes(printing.filters, signal.signal_id)) return;
   output.write(printing.form(std::move(signal)));
   if (output.count() == printing.limit) throw Ending(exit_done);

@@ -9,6 +9,7 @@
 #include "text/escape.h"
 #include "unit_wait.h"
 #include "units.h"
+#include "whole_number.h"
 
 namespace keltipc {
 namespace {

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "common_options.h"
+#include "stop_signals.h"
 #include "text/escape.h"
 
 namespace keltipc {
@@ -24,25 +25,23 @@ constexpr int by_signal = 128;
 }  // namespace
 
 BlockedSignals::BlockedSignals() {
-  ::sigemptyset(&signals);
-  ::sigaddset(&signals, SIGINT);
-  ::sigaddset(&signals, SIGTERM);
+  const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, &before);
 }
 
 BlockedSignals::~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
 
-Watch::Watch(const BlockedSignals& blocked, Watched watched_things)
+Watch::Watch(const BlockedSignals& /*blocked*/, Watched watched_things)
     : watched(std::move(watched_things)),
-      signal_fd(::signalfd(-1, &blocked.signals, SFD_CLOEXEC)),
-      loop_ended(::eventfd(0, EFD_CLOEXEC)),
+      signal_fd(open_stop_signals()),
+      loop_ended(given_by("eventfd", ::eventfd(0, EFD_CLOEXEC))),
       thread([this] { run(); }) {}
 
 Watch::~Watch() { finish(); }
 
 std::optional<Ending> Watch::finish() {
   if (thread.joinable()) {
-    ::eventfd_write(loop_ended, 1);
+    ::eventfd_write(loop_ended.get(), 1);
     thread.join();
   }
   return ending;
@@ -58,7 +57,7 @@ void Watch::run() {
 }
 
 Watch::Event Watch::wait(milliseconds time) {
-  std::array<pollfd, 3> sources{{{loop_ended, POLLIN, 0}, {signal_fd, POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+  std::array<pollfd, 3> sources{{{loop_ended.get(), POLLIN, 0}, {signal_fd.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
   if (ending) sources[2].fd = -1;  // A closed one would cut the wait for the loop's end short.
   ::poll(sources.data(), sources.size(), static_cast<int>(time.count()));
   if (sources[0].revents != 0) return Event::loop_ended;
@@ -72,7 +71,7 @@ milliseconds Watch::time_to_next_look() const {
 
 std::optional<Ending> Watch::look() const {
   if (LineOutput::is_closed()) return Ending(exit_done);
-  if (!watched.node.is_there()) return Ending(exit_failed, quote(watched.node.path) + " is gone");
+  if (auto loss = watched.node.loss()) return loss;
   if (!watched.longest_quiet || watched.output.quiet_time() < *watched.longest_quiet) return std::nullopt;
   if (watched.output.count() != 0) return Ending(exit_done);
   return Ending(exit_timed_out, "no signal came from " + quote(watched.node.path));
@@ -80,7 +79,7 @@ std::optional<Ending> Watch::look() const {
 
 std::optional<Ending> Watch::ending_for_signal() {
   signalfd_siginfo info{};
-  if (::read(signal_fd, &info, sizeof info) != sizeof info) return std::nullopt;
+  if (::read(signal_fd.get(), &info, sizeof info) != sizeof info) return std::nullopt;
   return Ending(by_signal + static_cast<int>(info.ssi_signo));
 }
 

@@ -22,8 +22,6 @@ class BlockedSignals {
   BlockedSignals(const BlockedSignals&) = delete;
   BlockedSignals& operator=(const BlockedSignals&) = delete;
 
-  sigset_t signals{};
-
  private:
   sigset_t before{};
 };

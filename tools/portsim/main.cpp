@@ -9,17 +9,15 @@
 #include <map>
 
 #include "descriptor.h"
+#include "exit_status.h"
 #include "message_queue.h"
 #include "port.h"
 #include "stop_signals.h"
+#include "whole_number.h"
 
 namespace {
 
 using namespace keltipc;
-
-constexpr int exit_done = 0;
-constexpr int exit_failed = 1;
-constexpr int exit_usage = 2;
 
 struct Options {
   PortOptions port;
@@ -33,7 +31,8 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("PATH", options.port.path, "Where the port is made; nothing may be there yet")->required();
   app.add_option("--frame", options.port.frame_size, "Bytes of a message: 16, 32 or 4096")
       ->default_val(16)
-      ->check(CLI::IsMember({16, 32, 4096}));
+      ->check(frame_size())
+      ->type_name("BYTES");
   app.add_option(
          "--backend", options.backend,
          "cuse: a character device of its own, needs root and /dev/cuse; pty: a pseudo-terminal, frames of 16 "
@@ -42,12 +41,15 @@ void describe(CLI::App& app, Options& options) {
       ->check(CLI::IsMember({"auto", "cuse", "pty"}));
   app.add_option("--depth", options.depth, "Messages that it keeps until they are read")
       ->default_val(1024)
-      ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+      ->transform(whole_number(1, 1'000'000))
+      ->type_name("COUNT");
   app.add_option("--when-full", options.when_full, "block: writers wait; drop: new messages are lost")
       ->default_str("block")
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, WhenFull>{{"block", WhenFull::block}, {"drop", WhenFull::drop}}));
-  app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")->type_name("COUNT");
+  app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")
+      ->transform(whole_number(0))
+      ->type_name("COUNT");
   app.set_version_flag("--version", "keltipc-portsim " KELTIPC_VERSION);
 }
 

@@ -2,9 +2,9 @@
 
 #include <limits>
 
-#include "hex.h"
-#include "input_error.h"
 #include "signal_text.h"
+#include "text/hex.h"
+#include "text/input_error.h"
 
 namespace keltipc {
 namespace {

@@ -7,10 +7,10 @@
 #include <ctime>
 #include <limits>
 
-#include "escape.h"
-#include "hex.h"
-#include "input_error.h"
 #include "signal_text.h"
+#include "text/escape.h"
+#include "text/hex.h"
+#include "text/input_error.h"
 
 namespace keltipc {
 namespace {

@@ -4,10 +4,10 @@
 #include <istream>
 #include <string>
 
-#include "hex.h"
-#include "input_error.h"
 #include "log_record.h"
 #include "signal_text.h"
+#include "text/hex.h"
+#include "text/input_error.h"
 
 namespace keltipc {
 namespace {

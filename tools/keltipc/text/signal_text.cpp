@@ -3,8 +3,8 @@
 #include <cstring>
 #include <limits>
 
-#include "hex.h"
-#include "input_error.h"
+#include "text/hex.h"
+#include "text/input_error.h"
 
 namespace keltipc {
 namespace {

@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 namespace keltipc {
 
-/// Owns a file descriptor.
+/// Owns a file descriptor; a negative one is none.
 class Descriptor {
  public:
   explicit Descriptor(int owned) : fd(owned) {}
@@ -23,5 +25,12 @@ class Descriptor {
  private:
   int fd;
 };
+
+/// What the system call of that name gave. Throws std::system_error for -1.
+inline Descriptor given_by(const char* call, int fd) {
+  Descriptor given(fd);
+  if (!given) throw std::system_error(errno, std::generic_category(), call);
+  return given;
+}
 
 }  // namespace keltipc

@@ -3,9 +3,6 @@
 #include <signal.h>
 #include <sys/signalfd.h>
 
-#include <cerrno>
-#include <system_error>
-
 #include "descriptor.h"
 
 namespace keltipc {
@@ -22,9 +19,7 @@ inline sigset_t stop_signals() {
 /// Readable once one of the two has come. They must be blocked.
 inline Descriptor open_stop_signals() {
   const sigset_t signals = stop_signals();
-  Descriptor stop(::signalfd(-1, &signals, SFD_CLOEXEC));
-  if (!stop) throw std::system_error(errno, std::generic_category(), "signalfd");
-  return stop;
+  return given_by("signalfd", ::signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 }  // namespace keltipc
