@@ -7,6 +7,7 @@ option(KELTIPC_HARDENING "Full RELRO, immediate binding, stack protector, fortif
 option(KELTIPC_WARNINGS_AS_ERRORS "What CI builds with" OFF)
 set(KELTIPC_LOGGING_LIBRARY "" CACHE STRING
     "What offers ecu::vorn::logging to users of keltipc::ipc, in place of keltipc::logging")
+option(KELTIPC_COVERAGE "Count which lines of the libraries run (gcc; scripts/coverage)" OFF)
 set(KELTIPC_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES AND PROJECT_IS_TOP_LEVEL)

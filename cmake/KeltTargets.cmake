@@ -60,6 +60,10 @@ function(kelt_add_library name)
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/keltipc>)
   # As the C functions alone: no sd-bus header is public, so nothing of libsystemd reaches users.
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:PkgConfig::SYSTEMD>)
+  if(KELTIPC_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
 endfunction()
 
 # Brings a logging library to the link line of those who use keltipc::ipc, behind it: the other order fails under
