@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 #include "ipc/ipc_signal.h"
 #include "ipc/signal_frame.h"
@@ -17,46 +18,41 @@ namespace ecu::vorn::ipc::test {
 template <std::size_t N>
 class ReassemblyModel {
  public:
-  /// `verbose`: notes DEBUG lines too.
-  explicit ReassemblyModel(std::uint32_t start_id, bool verbose = true) : start_id_(start_id), verbose_(verbose) {}
+  explicit ReassemblyModel(std::uint32_t start_id) : start_id_(start_id) {}
 
   void process(const signal_t_dyn<N>& frame) {
-    const std::uint32_t id = frame.signal_id % 0x10000000;
-    const std::uint32_t status = frame.signal_id / 0x10000000;
-    const bool opens_sampling_frame = id == start_id_;
+    const std::uint32_t id = frame.signal_id % 0x10000000, status = frame.signal_id / 0x10000000;
     const bool disturbs = state() == 2 && id != held_.signal_id;
     note("DEBUG Signal received: 0x%x status: 0x%x", id, status);
-    constexpr auto unfinished =
-        "WARNING Signal was not received completely, received new sampling frame. "
-        "Disregard signal: 0x%x";
-    constexpr auto new_signal = "ERROR New signal indicated; current signal %x will be disregarded";
-    if (opens_sampling_frame && disturbs) note(unfinished, held_.signal_id);
-    note("DEBUG current state: %d", opens_sampling_frame ? 1 : state());
-    if (opens_sampling_frame) return open_sampling_frame(frame);
+    if (id == start_id_) return open_sampling_frame(frame, disturbs);
+    note("DEBUG current state: %d", state());
     if (!sampling_) return;
-    if (disturbs && total_ != 0) note(new_signal, held_.signal_id);
+    if (disturbs && total_ != 0)
+      note("ERROR New signal indicated; current signal %x will be disregarded", held_.signal_id);
     held_.signal_id = id;
     held_.status = static_cast<std::uint8_t>(status);
     add_bytes(frame);
   }
 
   std::optional<IpcSignal> take() {
-    if (!complete_) {
-      log_.emplace_back("WARNING Signal unfinished!");
-      return {};
-    }
-    note("DEBUG take signal: 0x%x", held_.signal_id);
-    IpcSignal taken = held_;
-    held_ = {0, 0, taken.sampling_frame, {}};
+    note(complete_ ? "DEBUG take signal: 0x%x" : "WARNING Signal unfinished!", held_.signal_id);
+    if (!complete_) return {};
     total_ = 0;
-    return taken;
+    return std::exchange(held_, {0, 0, held_.sampling_frame, {}});
   }
 
   int state() const { return !sampling_ ? 0 : complete_ ? 3 : 2; }
-  const Transcript& log() const { return log_; }
+  std::size_t held() const { return held_.data.size(); }
+
+  bool notes_debug = true;
+  Transcript* log = nullptr;
 
  private:
-  void open_sampling_frame(const signal_t_dyn<N>& frame) {
+  void open_sampling_frame(const signal_t_dyn<N>& frame, bool disturbs) {
+    constexpr auto unfinished =
+        "WARNING Signal was not received completely, received new sampling frame. Disregard signal: 0x%x";
+    if (disturbs) note(unfinished, held_.signal_id);
+    note("DEBUG current state: %d", 1);
     std::copy_n(frame.data, 8, reinterpret_cast<char*>(&held_.sampling_frame));
     held_.data.clear();
     total_ = 0;
@@ -65,7 +61,7 @@ class ReassemblyModel {
   }
 
   void add_bytes(const signal_t_dyn<N>& frame) {
-    const std::size_t had = held_.data.size();
+    const std::size_t had = held();
     total_ = frame.total_size;
     const std::size_t adds = had > total_ ? N : std::min(N, total_ - had);
     note("DEBUG expected: %zu received so far: %zu sizeof: %zu bytes2extract: %zu", total_, had, N, adds);
@@ -75,10 +71,10 @@ class ReassemblyModel {
 
   template <typename... Values>
   void note(const char* format, Values... values) {
-    if (format[0] == 'D' && !verbose_) return;
+    if (format[0] == 'D' && !notes_debug) return;
     char line[160];
     std::snprintf(line, sizeof line, format, values...);
-    log_.emplace_back(line);
+    log->emplace_back(line);
   }
 
   IpcSignal held_{};
@@ -86,8 +82,6 @@ class ReassemblyModel {
   bool sampling_ = false;
   bool complete_ = false;
   std::uint32_t start_id_;
-  bool verbose_;
-  Transcript log_;
 };
 
 }  // namespace ecu::vorn::ipc::test
