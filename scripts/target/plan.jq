@@ -9,7 +9,7 @@ def understood: ["COST", "ENVIRONMENT", "LABELS", "PROCESSORS", "RUN_SERIAL", "S
 # In the machine nothing stands before a test: no emulator, and process 1 is the manager that a private one stands in
 # for elsewhere.
 def native: (map(test("(^|/)qemu-arm[a-z-]*$")) | index(true)) as $emulator
-  | if $emulator then .[$emulator + 3:] else . end;
+  | if $emulator then .[$emulator + 3:] elif .[0] | endswith("/private-systemd") then .[2:] else . end;
 def native_value: gsub("(?<before>^|[= ])[^\\s=]*qemu-arm[a-z-]* -L \\S+ "; .before);
 
 def larger_numbers: $ENV | to_entries | map(select(.key == "KELTIPC_TRAFFIC" or .key == "KELTIPC_SOAK_SIGNALS")

@@ -5,88 +5,94 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
+#include "support/descriptors.h"
 #include "support/recorded_log.h"
 #include "support/soon.h"
 #include "support/traffic.h"
 
-// One set of claims on both kinds of port that keltipc-portsim makes: KELTIPC_PORTSIM is the command that starts it,
-// KELTIPC_BACKEND the kind.
+// The library on the ports that keltipc-portsim makes. KELTIPC_PORTSIM is the command that starts it, KELTIPC_BACKEND
+// the kind of port.
 namespace ecu::vorn::ipc::test {
 namespace {
 
 const std::string backend = std::getenv("KELTIPC_BACKEND");
+const bool is_cuse = backend == "cuse";
 
-bool is_cuse() { return backend == "cuse"; }
+/// A longer run is the same test with a larger number.
+std::uint32_t number(const char* variable, std::uint32_t usual) {
+  const char* const asked = std::getenv(variable);
+  return asked == nullptr ? usual : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
+}
 
-/// keltipc-portsim as it runs, at a path of its own.
+/// keltipc-portsim as it runs.
 class Port {
  public:
-  explicit Port(const std::string& options, std::string where = own_path()) : path(std::move(where)) {
-    const std::string command = std::string("exec ") + std::getenv("KELTIPC_PORTSIM") + " --backend " + backend +
-                                " " + options + " " + path + " 2>" + record;
-    process = ::fork();
-    if (process == 0) {
-      ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-      ::_exit(127);
-    }
-    soon([&] { return said().find('\n') != std::string::npos; });
+  explicit Port(const std::string& options = "", const std::string& suffix = "")
+      : path(testing::TempDir() + "port." + std::to_string(::getpid()) + suffix) {
+    const std::string command = "echo $$; exec " + std::string(std::getenv("KELTIPC_PORTSIM")) + " --backend " +
+                                backend + " " + options + " " + path + " 2>&1";
+    output = ::popen(command.c_str(), "re");
+    process = std::stoi(line());
+    if (const std::string said = line(); said.find("is a loop-back port") == std::string::npos)
+      throw std::runtime_error(said);
   }
-  ~Port() {
-    if (process > 0) stop();
-    ::unlink(record.c_str());
-  }
+  ~Port() { end(); }
   Port(const Port&) = delete;
   Port& operator=(const Port&) = delete;
 
-  /// The exit status after SIGTERM.
-  int stop() {
-    int status = 0;
+  void end() {
+    if (output == nullptr) return;
     ::kill(process, SIGTERM);
-    ::waitpid(std::exchange(process, -1), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    while (!line().empty()) continue;
+    EXPECT_EQ(::pclose(std::exchange(output, nullptr)), 0);
   }
-  /// The exit status of one that is to end by itself.
-  int end() {
-    soon([&] {
-      siginfo_t left{};
-      return ::waitid(P_PID, static_cast<id_t>(process), &left, WEXITED | WNOHANG | WNOWAIT) == 0 && left.si_pid != 0;
-    });
-    return stop();
-  }
-  std::string said() const {
-    std::ostringstream all;
-    all << std::ifstream(record).rdbuf();
-    return all.str();
-  }
-  int open(int flags) const { return ::open(path.c_str(), flags | O_NOCTTY | O_CLOEXEC); }
 
   const std::string path;
 
  private:
-  static std::string own_path() {
-    static int ports = 0;
-    return testing::TempDir() + "port." + std::to_string(::getpid()) + "." + std::to_string(++ports);
+  std::string line() {
+    std::string result;
+    for (int c = std::fgetc(output); c != EOF && c != '\n'; c = std::fgetc(output)) result += static_cast<char>(c);
+    return result;
   }
 
-  const std::string record = own_path();  ///< what it says
-
-  pid_t process = -1;
+  FILE* output;
+  pid_t process;
 };
 
-/// Sends in a process of its own; its exit status says whether all was handed over.
-template <std::size_t N>
-pid_t send_elsewhere(const std::string& path, const Traffic& traffic) {
+/// Acts in a process of its own, which waits for something or has ended when this returns.
+template <typename Act>
+pid_t elsewhere(Act act) {
   const pid_t child = ::fork();
-  if (child != 0) return child;
+  if (child == 0) ::_exit(act());
+  EXPECT_TRUE(soon([child] {
+    std::string word;
+    std::ifstream record("/proc/" + std::to_string(child) + "/stat");
+    record >> word >> word >> word;
+    return word == "S" || word == "Z";
+  }));
+  return child;
+}
+
+/// What the act gave.
+int ended(pid_t child) {
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+template <std::size_t N>
+bool send_all(const std::string& path, const Traffic& traffic) {
   QueuePortWriter<N> writer;
   IpcSignal signal = sampling_frame_start();
   bool sent = writer.open(path) && writer.transmit_data(signal);
@@ -94,7 +100,7 @@ pid_t send_elsewhere(const std::string& path, const Traffic& traffic) {
     traffic.make(n, signal);
     sent = writer.transmit_data(signal);
   }
-  ::_exit(sent ? 0 : 1);
+  return sent;
 }
 
 template <std::size_t N>
@@ -105,256 +111,178 @@ void passes(const Traffic& traffic) {
   QueuePortReader<N> reader(nullptr);
   reader.set_consumer(std::make_unique<TrafficChecker>(traffic, came, [&] { reader.stop(); }));
   ASSERT_TRUE(reader.open(port.path));
-  const pid_t sender = send_elsewhere<N>(port.path, traffic);
+  const pid_t sender = elsewhere([&] { return send_all<N>(port.path, traffic) ? 0 : 1; });
   reader.receive_data();
   EXPECT_EQ(came, traffic.count);
-  int status = -1;
-  ::waitpid(sender, &status, 0);
-  EXPECT_EQ(status, 0);
-}
-
-std::uint32_t many(std::uint32_t usual) {
-  const char* const asked = std::getenv("KELTIPC_TRAFFIC");
-  return asked == nullptr ? usual : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
+  EXPECT_EQ(ended(sender), 0);
 }
 
 TEST(APort, PassesSignalsBetweenTwoProcessesWholeAndInOrder) {
-  const std::uint32_t longest = is_cuse() ? 200 : 2'000;
-  passes<8>({many(500), 1, longest});
-  passes<24>({many(500), 1, longest});
-  if (!is_cuse()) return;
+  const std::uint32_t longest = is_cuse ? 200 : 2'000;
+  passes<8>({number("KELTIPC_TRAFFIC", 500), 1, longest});
+  passes<24>({number("KELTIPC_TRAFFIC", 500), 1, longest});
+  if (!is_cuse) return;
   passes<8>({1, 65'535, 65'535});
   passes<24>({1, 65'535, 65'535});
-  passes<4088>({many(2'000), 1, 65'535});
+  passes<4088>({number("KELTIPC_TRAFFIC", 2'000), 1, 65'535});
 }
 
-TEST(APort, TakenAwayAndGivenBackIsFoundAgainByItsWriter) {
-  Transcript lines;
-  const RecordedLog log(lines, "ipc.queuewriter", 5);
-  auto port = std::make_unique<Port>("--frame 16");
-  const std::string path = port->path;
-  QueuePortWriter<8> writer;
-  ASSERT_TRUE(writer.open(path));
-  const Traffic traffic{20, 1, 100};
-  for (int round = 0; round < 3; ++round) {
-    port.reset();
-    port = std::make_unique<Port>("--frame 16", path);
-    std::uint32_t came = 0;
-    QueuePortReader<8> reader(nullptr);
-    reader.set_consumer(std::make_unique<TrafficChecker>(traffic, came, [&] { reader.stop(); }));
-    ASSERT_TRUE(reader.open(path));
-    IpcSignal signal = sampling_frame_start();
-    ASSERT_TRUE(writer.transmit_data(signal));
-    for (std::uint32_t n = 0; n < traffic.count; ++n) {
-      traffic.make(n, signal);
-      ASSERT_TRUE(writer.transmit_data(signal));
-    }
-    reader.receive_data();
-    EXPECT_EQ(came, traffic.count);
-  }
-  EXPECT_EQ(lines.size(), 6U) << "an ERROR and a NOTICE each time";
-}
+/// Hands on identifiers.
+struct Consumer : IDataConsumer<IpcSignal> {
+  explicit Consumer(std::function<void(std::uint32_t)> act) : seen(std::move(act)) {}
+  void consume(IpcSignal&& signal) override { seen(signal.signal_id); }
 
-/// As many messages as the port takes, 0 to 65535 in their first two bytes.
-int fill(int fd, int most) {
-  int written = 0;
-  for (; written < most; ++written) {
-    char message[16] = {static_cast<char>(written), static_cast<char>(written / 256)};
-    pollfd port{fd, POLLOUT, 0};
-    // The pseudo-terminal hands on what it was given in its own time.
-    if (::poll(&port, 1, 500) != 1 || ::write(fd, message, sizeof message) != sizeof message) break;
-  }
-  return written;
-}
-
-/// How many messages can be read, in the order in which they were written.
-int drain(int fd) {
-  int count = 0;
-  int last = -1;
-  unsigned char message[16];
-  for (pollfd port{fd, POLLIN, 0}; ::poll(&port, 1, 500) == 1 && ::read(fd, message, sizeof message) == 16; ++count) {
-    const int number = message[0] + 256 * message[1];
-    EXPECT_GT(number, std::exchange(last, number));
-  }
-  return count;
-}
-
-TEST(AFullPort, MakesItsWriterWait) {
-  Port port("--depth 2");
-  const int fd = port.open(O_RDWR | O_NONBLOCK);
-  const int taken = fill(fd, 30'000);
-  EXPECT_GE(taken, 2);
-  EXPECT_LT(taken, 30'000);
-  EXPECT_TRUE(!is_cuse() || taken == 2) << taken;
-  EXPECT_EQ(drain(fd), taken);
-  EXPECT_EQ(fill(fd, 1), 1);
-  ::close(fd);
-}
-
-TEST(AFullPort, DropsNewMessagesIfAskedTo) {
-  Port port("--depth 2 --when-full drop");
-  const int fd = port.open(O_RDWR | O_NONBLOCK);
-  EXPECT_EQ(fill(fd, 30'000), 30'000);
-  const int left = drain(fd);
-  EXPECT_GE(left, 2);
-  EXPECT_LT(left, 30'000);
-  ::close(fd);
-  EXPECT_EQ(port.stop(), 0);
-  EXPECT_THAT(port.said(), testing::HasSubstr(std::to_string(left) + " messages passed, " +
-                                              std::to_string(30'000 - left) + " dropped, 0 not read"));
-}
-
-TEST(APort, IsRefusedInASentenceAndLeavesNothingBehind) {
-  Port port("--frame 32");
-  const std::string path = port.path;
-  Port second("--frame 32", path + ".2");
-  EXPECT_EQ(port.stop(), 0);
-  struct stat record {};
-  EXPECT_EQ(::lstat(path.c_str(), &record), -1);
-
-  Port in_the_way("", second.path);
-  EXPECT_THAT(in_the_way.said(), testing::HasSubstr("'" + second.path + "' exists already"));
-  EXPECT_EQ(in_the_way.end(), 1);
-  if (is_cuse()) return;
-  Port too_wide("--frame 4096");
-  EXPECT_THAT(too_wide.said(), testing::HasSubstr("--backend cuse"));
-  EXPECT_EQ(too_wide.end(), 1);
-}
-
-TEST(APort, LeavesAPathThatIsNoLongerItsOwn) {
-  Port port("");
-  ASSERT_EQ(::unlink(port.path.c_str()), 0);
-  ASSERT_EQ(::symlink("/dev/null", port.path.c_str()), 0);
-  EXPECT_EQ(port.stop(), 0);
-  EXPECT_EQ(::unlink(port.path.c_str()), 0);
-}
-
-TEST(APort, IsNotShiftedByAWriterCutShort) {
-  // A device of CUSE hands a short message on as it is.
-  if (is_cuse()) return;
-  const Port port("");
-  const int fd = port.open(O_RDWR | O_NONBLOCK);
-  ASSERT_EQ(::write(fd, "torn!", 5), 5);
-  EXPECT_TRUE(
-      soon([&] { return port.said().find("5 bytes of a message whose rest never came") != std::string::npos; }));
-  EXPECT_EQ(fill(fd, 3), 3);
-  EXPECT_EQ(drain(fd), 3);
-  ::close(fd);
-}
-
-class ACusePort : public testing::Test {
- protected:
-  void SetUp() override {
-    fd = port.open(O_RDWR);
-    quick = port.open(O_RDWR | O_NONBLOCK);
-  }
-  void TearDown() override {
-    ::close(fd);
-    ::close(quick);
-  }
-  int events() const {
-    pollfd watched{fd, POLLIN | POLLOUT, 0};
-    ::poll(&watched, 1, 0);
-    return watched.revents;
-  }
-
-  Port port{"--depth 1 --frame 16"};
-  int fd = -1;
-  int quick = -1;
-  char message[32] = "fifteen letters";
+  std::function<void(std::uint32_t)> seen;
 };
 
-TEST_F(ACusePort, KeepsMessagesApartAndTellsWhenItCannotGoOn) {
-  EXPECT_EQ(events(), POLLOUT);
-  EXPECT_EQ(::read(quick, message, 16), -1);
-  EXPECT_EQ(errno, EAGAIN);
-  EXPECT_EQ(::write(fd, message, 17), -1);
-  EXPECT_EQ(errno, EMSGSIZE);
-  EXPECT_EQ(::write(fd, message, 5), 5);
-  EXPECT_EQ(events(), POLLIN);
-  EXPECT_EQ(::write(quick, message, 16), -1);
-  EXPECT_EQ(errno, EAGAIN);
-  EXPECT_EQ(::read(fd, message, 16), 5) << "a short message stays as it was";
+struct Left {};
+
+/// A port that is used by a reader here and a writer in a thread of its own.
+struct BusyPort {
+  std::unique_ptr<Port> port = std::make_unique<Port>();
+  const std::string path = port->path;
+  std::atomic<std::uint32_t> sent{0};
+  std::atomic<bool> done{false};
+  std::uint32_t last = 0;  ///< that came
+  std::function<bool()> is_enough = [] { return false; };
+  QueuePortReader<8> reader{std::make_unique<Consumer>([this](std::uint32_t id) { take(id); })};
+  std::thread sender;
+
+  void take(std::uint32_t id) {
+    EXPECT_TRUE(id == last + 1 || last == 0) << id << " behind " << last;
+    last = id;
+    if (is_enough()) throw Left{};
+  }
+  void start() {
+    ASSERT_TRUE(reader.open(path));
+    sender = std::thread([this] {
+      QueuePortWriter<8> writer;
+      EXPECT_TRUE(writer.open(path));
+      while (!done) {
+        EXPECT_TRUE(writer.transmit_data(sampling_frame_start()));
+        EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, std::vector<char>(1 + sent % 40)}));
+      }
+      reader.stop();
+    });
+  }
+  void receive() try { reader.receive_data(); } catch (const Left&) {
+  }
+  /// Another device under the same name, at once; the one of before is no more, or has no name.
+  void take_away_and_give_back() {
+    struct stat node {};
+    if (!is_cuse) {
+      auto other = std::make_unique<Port>("", ".next" + std::to_string(sent));
+      ASSERT_EQ(::rename(other->path.c_str(), path.c_str()), 0);
+      port = std::move(other);
+      last = 0;
+      return;
+    }
+    const std::string device = "/dev/" + std::filesystem::read_symlink(path).filename().string();
+    ASSERT_EQ(::stat(device.c_str(), &node), 0);
+    ASSERT_TRUE(::unlink(device.c_str()) == 0 && ::mknod(device.c_str(), node.st_mode, node.st_rdev) == 0);
+  }
+};
+
+TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
+  const std::uint32_t removals = number("KELTIPC_REMOVALS", is_cuse ? 50 : 10);
+  Transcript lines;
+  const RecordedLog log(lines, "ipc.queuewriter", 5);
+  BusyPort busy;
+  busy.start();
+  std::ptrdiff_t descriptors = 0;
+  for (std::uint32_t removal = 0; removal <= removals; ++removal) {
+    if (removal > 0) busy.take_away_and_give_back();
+    ASSERT_TRUE(busy.reader.open(busy.path));
+    // The second signal from here on went through a port that the writer has looked at anew.
+    busy.is_enough = [&, enough = busy.sent + 2] { return busy.last >= enough; };
+    busy.receive();
+    if (removal == 0) descriptors = open_descriptors();
+  }
+  EXPECT_EQ(open_descriptors(), descriptors);
+  busy.is_enough = [] { return false; };
+  busy.done = true;
+  busy.receive();
+  busy.sender.join();
+  ::unlink(busy.path.c_str());
+  EXPECT_EQ(busy.last, busy.sent);
+  const std::string gone = "ERROR The TX queue is no longer available! Will try to reopen the port.";
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), gone), removals);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "NOTICE Successfully reopened the TX queue"), removals);
+  EXPECT_EQ(lines.size(), 2 * removals);
+  std::printf("%u removals, %u signals sent, %td descriptors before and after\n", removals, busy.sent.load(),
+              descriptors);
 }
 
-/// Does what it is told in a process of its own, which is under way when this returns.
-template <typename Act>
-pid_t elsewhere(Act act) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
+  constexpr std::uint32_t signals = 50;
+  const Port port;
+  std::uint32_t came = 0;
+  QueuePortReader<8> reader(std::make_unique<TrafficChecker>(Traffic{signals, 1, 40}, came));
+  ASSERT_TRUE(reader.open(port.path) && send_all<8>(port.path, {signals, 1, 40}));
+  reader.stop();
+  const auto began = std::chrono::steady_clock::now();
+  reader.receive_data();
+  EXPECT_EQ(came, signals);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2))
+      << "300 ms, and what a busy machine adds";
+}
+
+class ACuseDevice : public testing::Test {
+ protected:
+  ACuseDevice() : fd(::open(port.path.c_str(), O_RDWR)), quick(::open(port.path.c_str(), O_RDWR | O_NONBLOCK)) {
     struct sigaction interrupt {};
     interrupt.sa_handler = [](int) {};
     ::sigaction(SIGUSR1, &interrupt, nullptr);
-    ::_exit(act());
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  return child;
+  ~ACuseDevice() override {
+    ::close(fd);
+    ::close(quick);
+  }
+  /// Each gives a count, or the error number.
+  int reads(int from) { return result(::read(from, message, 16)); }
+  int writes(int to, std::size_t size) { return result(::write(to, message, size)); }
+  int polls(short events, int time) {
+    pollfd watched{fd, events, 0};
+    ::poll(&watched, 1, time);
+    return watched.revents;
+  }
+  static int result(ssize_t count) { return count < 0 ? errno : static_cast<int>(count); }
+  static int interrupted(pid_t child) {
+    for (siginfo_t left{}; left.si_pid == 0;
+         ::waitid(P_PID, static_cast<id_t>(child), &left, WEXITED | WNOHANG | WNOWAIT)) {
+      ::kill(child, SIGUSR1);
+    }
+    return ended(child);
+  }
+
+  Port port{"--depth 1"};
+  int fd;
+  int quick;
+  char message[16]{};
+};
+
+TEST_F(ACuseDevice, TellsWhatGoesOnAtOnceAndMakesTheRestWaitUntilASignalInterrupts) {
+  EXPECT_EQ(polls(POLLIN | POLLOUT, 0), POLLOUT);
+  EXPECT_EQ(reads(quick), EAGAIN);
+  EXPECT_EQ(interrupted(elsewhere([&] { return reads(fd); })), EINTR);
+  EXPECT_EQ(writes(quick, 5), 5);
+  EXPECT_EQ(polls(POLLIN | POLLOUT, 0), POLLIN);
+  EXPECT_EQ(writes(quick, 16), EAGAIN);
+  EXPECT_EQ(interrupted(elsewhere([&] { return writes(fd, 16); })), EINTR);
+  EXPECT_EQ(reads(fd), 5);
 }
 
-int ended(pid_t child) {
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-TEST_F(ACusePort, EndsAWaitThatASignalInterrupts) {
-  const pid_t reader = elsewhere([&] { return ::read(fd, message, 16) == -1 ? errno : 0; });
-  ::kill(reader, SIGUSR1);
-  EXPECT_EQ(ended(reader), EINTR);
-  ASSERT_EQ(::write(fd, message, 16), 16);
-  const pid_t writer = elsewhere([&] { return ::write(fd, message, 16) == -1 ? errno : 0; });
-  ::kill(writer, SIGUSR1);
-  EXPECT_EQ(ended(writer), EINTR);
-}
-
-TEST_F(ACusePort, ServesEveryReaderAndWriterThatWaits) {
-  const auto reads = [&] { return static_cast<int>(::read(fd, message, 16)); };
-  const auto polls = [&] {
-    pollfd watched{fd, POLLIN, 0};
-    return ::poll(&watched, 1, 20'000) == 1 ? 1 : 0;
-  };
-  const pid_t poller = elsewhere(polls);
-  EXPECT_EQ(::write(fd, message, 16), 16);
-  EXPECT_EQ(ended(poller), 1);
-  const pid_t writers[] = {elsewhere([&] { return static_cast<int>(::write(fd, message, 7)); }),
-                           elsewhere([&] { return static_cast<int>(::write(fd, message, 9)); })};
-  EXPECT_EQ(::read(fd, message, 16), 16);
-  EXPECT_EQ(::read(fd, message, 16), 7);
-  EXPECT_EQ(::read(fd, message, 16), 9);
-  EXPECT_EQ(ended(writers[0]) + ended(writers[1]), 16);
-  const pid_t readers[] = {elsewhere(reads), elsewhere(reads)};
-  EXPECT_EQ(::write(fd, message, 3), 3);
-  EXPECT_EQ(::write(fd, message, 4), 4);
+TEST_F(ACuseDevice, ServesAllThatWait) {
+  const pid_t poller = elsewhere([&] { return polls(POLLIN, 20'000); });
+  const pid_t readers[] = {elsewhere([&] { return reads(fd); }), elsewhere([&] { return reads(fd); })};
+  EXPECT_EQ(writes(fd, 3), 3);
+  EXPECT_EQ(writes(fd, 4), 4);
   EXPECT_EQ(ended(readers[0]) + ended(readers[1]), 7);
-}
-
-TEST_F(ACusePort, EndsUnderItsUsersAndLeavesNoNode) {
-  const std::string node = std::filesystem::read_symlink(port.path);
-  const pid_t reader = elsewhere([&] { return ::read(fd, message, 16) == -1 ? errno : 0; });
-  const pid_t poller = elsewhere([&] {
-    pollfd watched{fd, POLLIN, 0};
-    return ::poll(&watched, 1, 20'000);
-  });
-  EXPECT_TRUE(std::filesystem::is_character_file(node));
-  EXPECT_EQ(port.stop(), 0);
-  EXPECT_EQ(ended(reader), ENODEV);
-  EXPECT_EQ(ended(poller), 1);
-  EXPECT_FALSE(std::filesystem::exists(node));
-}
-
-TEST_F(ACusePort, TakesARelativePathAndRefusesANameThatIsTaken) {
-  ASSERT_EQ(::chdir(testing::TempDir().c_str()), 0);
-  Port relative("", "relative.port");
-  EXPECT_TRUE(std::filesystem::is_character_file(relative.path)) << relative.said();
-  EXPECT_EQ(relative.stop(), 0);
-  EXPECT_FALSE(std::filesystem::is_symlink(relative.path));
-
-  const std::string name = "/dev/qport-taken";
-  const Port first("", name);
-  ASSERT_EQ(::unlink(name.c_str()), 0);
-  Port second("", name);
-  EXPECT_THAT(second.said(), testing::HasSubstr("a device named 'qport-taken' exists already"));
-  EXPECT_EQ(second.end(), 1);
+  EXPECT_EQ(writes(fd, 1), 1);
+  EXPECT_EQ(ended(poller), POLLIN);
+  const pid_t writers[] = {elsewhere([&] { return writes(fd, 7); }), elsewhere([&] { return writes(fd, 9); })};
+  EXPECT_EQ(reads(fd) + reads(fd) + reads(fd), 17);
+  EXPECT_EQ(ended(writers[0]) + ended(writers[1]), 16);
 }
 
 }  // namespace
