@@ -65,7 +65,7 @@ make_tests() {
   mkdir -p "$root" "$root/var/log"
   cp -a scripts/target/rootfs/. "$root"
   cp -a tests/target/units/. "$root/etc/systemd/system"
-  [[ ! -d tests/units ]] || cp -a tests/units/. "$root/etc/systemd/system"
+  cp -a tests/units/. "$root/etc/systemd/system"
   install -D -m 644 -t "$root/etc/polkit-1/rules.d" examples/*.rules
   install -d "$root/root" "$root/home/app" "$root/run" "$root/tmp"
   "$@" >"$root/usr/lib/keltipc/plan"

@@ -12,7 +12,7 @@ def native: (map(test("(^|/)qemu-arm[a-z-]*$")) | index(true)) as $emulator
   | if $emulator then .[$emulator + 3:] elif .[0] | endswith("/private-systemd") then .[2:] else . end;
 def native_value: gsub("(?<before>^|[= ])[^\\s=]*qemu-arm[a-z-]* -L \\S+ "; .before);
 
-def larger_numbers: $ENV | to_entries | map(select(.key == "KELTIPC_TRAFFIC" or .key == "KELTIPC_SOAK_SIGNALS")
+def larger_numbers: $ENV | to_entries | map(select(.key | IN("KELTIPC_TRAFFIC", "KELTIPC_REMOVALS", "KELTIPC_SOAK_SIGNALS"))
                                             | "\(.key)=\(.value)");
 
 def line: .name as $name

@@ -227,6 +227,23 @@ TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
       << "300 ms, and what a busy machine adds";
 }
 
+TEST(ALateDevice, IsOpenedAtTheNextAttempt) {
+  const std::string late = testing::TempDir() + "late." + std::to_string(::getpid());
+  Transcript lines;
+  const RecordedLog log(lines, "ipc.queuereader", 6);
+  QueuePortReader<8> reader(nullptr);
+  const auto began = std::chrono::steady_clock::now();
+  std::thread maker([&] {
+    std::this_thread::sleep_until(began + std::chrono::milliseconds(2'800));
+    EXPECT_EQ(::symlink("/dev/null", late.c_str()), 0);
+  });
+  EXPECT_TRUE(reader.open(late));
+  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::seconds(3));
+  maker.join();
+  ::unlink(late.c_str());
+  EXPECT_THAT(lines, testing::ElementsAre("INFO RX queue '" + late + "' opened (retries: 6)"));
+}
+
 class ACuseDevice : public testing::Test {
  protected:
   ACuseDevice() : fd(::open(port.path.c_str(), O_RDWR)), quick(::open(port.path.c_str(), O_RDWR | O_NONBLOCK)) {
