@@ -139,7 +139,7 @@ struct Left {};
 
 /// A port that is used by a reader here and a writer in a thread of its own.
 struct BusyPort {
-  std::unique_ptr<Port> port = std::make_unique<Port>();
+  std::unique_ptr<Port> port = std::make_unique<Port>("--depth 8");
   const std::string path = port->path;
   std::atomic<std::uint32_t> sent{0};
   std::atomic<bool> done{false};
@@ -171,7 +171,7 @@ struct BusyPort {
   void take_away_and_give_back() {
     struct stat node {};
     if (!is_cuse) {
-      auto other = std::make_unique<Port>("", ".next" + std::to_string(sent));
+      auto other = std::make_unique<Port>("--depth 8", ".next" + std::to_string(sent));
       ASSERT_EQ(::rename(other->path.c_str(), path.c_str()), 0);
       port = std::move(other);
       last = 0;
