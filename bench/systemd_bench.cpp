@@ -155,6 +155,7 @@ void add_rival(const std::string& name, double goal, const std::shared_ptr<Syste
 /// Starts the program and waits for it, its output thrown away.
 void run_program(std::vector<std::string> words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t actions;

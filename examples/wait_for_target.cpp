@@ -14,8 +14,14 @@ int main(int argc, char** argv) {
     std::cerr << "usage: wait_for_target TARGET SECONDS\n";
     return 2;
   }
+  char* end = nullptr;
+  const auto seconds = std::strtoul(argv[2], &end, 10);
+  if (end == argv[2] || *end != '\0') {
+    std::cerr << "wait_for_target: '" << argv[2] << "' is no number of seconds\n";
+    return 2;
+  }
   ipc::Systemd systemd;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(std::atoi(argv[2]));
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   // Each call asks the manager; there is nothing to subscribe to. True from "activating" on.
   while (!systemd.is_target_active(argv[1])) {
     if (std::chrono::steady_clock::now() >= deadline) {

@@ -79,9 +79,7 @@ void run(const Options& options) {
   std::cerr << "keltipc-portsim: " << queue.counts() << std::endl;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run_tool(int argc, char** argv) {
   CLI::App app(
       "Makes a loop-back queuing port: what one process writes, another reads, one message at a time.\n"
       "Keeps it until SIGINT or SIGTERM, then removes it and says how many messages passed.",
@@ -95,11 +93,17 @@ int main(int argc, char** argv) {
     app.exit(error, std::cout, std::cerr);
     return asked_for ? exit_done : exit_usage;
   }
+  run(options);
+  return exit_done;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    run(options);
+    return run_tool(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "keltipc-portsim: " << error.what() << std::endl;
     return exit_failed;
   }
-  return exit_done;
 }
