@@ -1,64 +1,121 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
+#include "ipc/systemd.h"
+#include "support/bus_peer.h"
+#include "support/descriptors.h"
+#include "support/soon.h"
 #include "support/system_calls.h"
 
 namespace {
 
-/// Counts down over the calls of a scenario: the k-th fails, or all from the k-th on.
+/// Counts down over the calls of a scenario, on its thread: the k-th fails, or all from the k-th on.
 struct Countdown {
   long left = 0;  ///< 0: nothing fails
-  bool for_ever = false;
-  bool reached = false;
+  bool for_ever = false, reached = false;
 
   bool fails_now() {
-    if (left == 0) return false;
-    if (left > 1) {
-      --left;
-      return false;
-    }
+    if (left == 0 || (left > 1 && --left > 0)) return false;
     if (!for_ever) left = 0;
     return reached = true;
   }
 };
 
-thread_local Countdown allocations;
-long live_blocks = 0;
+thread_local Countdown allocations, system_calls;
+thread_local long live_blocks = 0;
+int error = 0;           // of a system call that fails
+long short_result = -1;  // of one that transfers bytes
 
-void* take_block(std::size_t size) {
-  if (allocations.fails_now()) throw std::bad_alloc();
-  void* const block = std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  ++live_blocks;
-  return block;
-}
-
-void give_block(void* block) {
-  if (block != nullptr) --live_blocks;
-  std::free(block);
+bool fails(long& result, bool transfers) {
+  if (!system_calls.fails_now()) return false;
+  errno = error;
+  result = transfers ? short_result : -1;
+  return true;
 }
 
 }  // namespace
 
-void* operator new(std::size_t size) { return take_block(size); }
-void* operator new[](std::size_t size) { return take_block(size); }
-void operator delete(void* block) noexcept { give_block(block); }
-void operator delete[](void* block) noexcept { give_block(block); }
-void operator delete(void* block, std::size_t /*size*/) noexcept { give_block(block); }
-void operator delete[](void* block, std::size_t /*size*/) noexcept { give_block(block); }
+extern "C" {
+
+#if defined(KELTIPC_SANITIZED)
+}
+// Sanitizers have an allocator of their own, which tells of what is lost.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const block = allocations.fails_now() ? nullptr : std::malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+extern "C" {
+#else
+// sd-bus's, too.
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void __libc_free(void* block);
+
+void* counted(void* block, long more) {
+  if (block == nullptr) errno = ENOMEM;
+  if (block != nullptr) live_blocks += more;
+  return block;
+}
+void* malloc(std::size_t size) { return counted(allocations.fails_now() ? nullptr : __libc_malloc(size), 1); }
+void* calloc(std::size_t count, std::size_t size) {
+  return counted(allocations.fails_now() ? nullptr : __libc_calloc(count, size), 1);
+}
+void* realloc(void* block, std::size_t size) {
+  return counted(allocations.fails_now() ? nullptr : __libc_realloc(block, size), block == nullptr ? 1 : 0);
+}
+void free(void* block) {
+  if (block != nullptr) --live_blocks;
+  __libc_free(block);
+}
+#endif
+
+// What sd-bus asks of the system.
+#define REAL(function) reinterpret_cast<decltype(&(function))>(::dlsym(RTLD_NEXT, #function))
+int socket(int domain, int type, int protocol) noexcept {
+  long result = 0;
+  return fails(result, false) ? -1 : REAL(socket)(domain, type, protocol);
+}
+int connect(int fd, const sockaddr* address, socklen_t size) {
+  long result = 0;
+  return fails(result, false) ? -1 : REAL(connect)(fd, address, size);
+}
+int ppoll(pollfd* ports, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+  long result = 0;
+  return fails(result, false) ? -1 : REAL(ppoll)(ports, count, timeout, mask);
+}
+/// A short count is one in earnest: that many bytes pass.
+ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+  long result = 0;
+  if (!fails(result, true)) return REAL(sendmsg)(fd, message, flags);
+  return result < 0 ? result
+                    : ::send(fd, message->msg_iov[0].iov_base,
+                             std::min<std::size_t>(static_cast<std::size_t>(std::max(result, 1L)),
+                                                   message->msg_iov[0].iov_len),
+                             flags);
+}
+ssize_t recvmsg(int fd, msghdr* message, int flags) {
+  long result = 0;
+  if (!fails(result, true)) return REAL(recvmsg)(fd, message, flags);
+  return result <= 0 ? result : ::recv(fd, message->msg_iov[0].iov_base, static_cast<std::size_t>(result), flags);
+}
+
+}  // extern "C"
 
 namespace ecu::vorn::ipc::test {
 namespace {
-
-constexpr std::size_t N = 8;
 
 class Keeper : public IDataConsumer<IpcSignal> {
  public:
@@ -69,48 +126,45 @@ class Keeper : public IDataConsumer<IpcSignal> {
   std::vector<char>& bytes;
 };
 
-/// Opens, sends, receives what was sent; and once more when nothing fails any longer.
+/// As a manager does it, of a unit that is active.
+int answer_well(sd_bus_message* call) {
+  return std::strcmp(sd_bus_message_get_member(call), "Get") == 0
+             ? sd_bus_reply_method_return(call, "v", "s", "active")
+             : sd_bus_reply_method_return(call, "o", "/unit/a");
+}
+
+/// Opens, sends, receives what was sent, and queries a unit; and once more when nothing fails any longer.
 class Scenario {
  public:
-  Scenario() : system(calls), writer(), reader(std::make_unique<Keeper>(received)) {
+  Scenario() : system(calls), reader(std::make_unique<Keeper>(received)) {
     system.silent = true;
     system.on_write = [this](const void* bytes, std::size_t size) {
       ASSERT_LE(size * (written + 1), wire.size());
       std::memcpy(wire.data() + size * written++, bytes, size);
     };
-    system.fault = [this](const char* call, long& result) { return fails(call, result); };
+    system.fault = [](const char* call, long& result) {
+      return fails(result, std::strcmp(call, "read") == 0 || std::strcmp(call, "write") == 0);
+    };
   }
 
   void run() {
     written = 0;
     writer.open("/dev/tx") && writer.transmit_data(start) && writer.transmit_data(signal);
     receive();
+    state = systemd.get_unit_activestate("a.service");
   }
 
   bool works_again() {
     system_calls = {};
     allocations = {};
     run();
-    return received == signal.data;
+    return received == signal.data && state == Systemd::ACTIVE_STATE_ACTIVE;
   }
-
-  Countdown system_calls;
-  int error = 0;
-  long short_result = -1;
 
   Transcript calls;
   SystemCalls system;
 
  private:
-  bool fails(const char* call, long& result) {
-    if (!system_calls.fails_now()) return false;
-    const bool transfers = std::strcmp(call, "read") == 0 || std::strcmp(call, "write") == 0;
-    const bool may_be_zero = transfers || std::strcmp(call, "poll") == 0;
-    result = transfers || (may_be_zero && short_result == 0) ? short_result : -1;
-    errno = error;
-    return true;
-  }
-
   void receive() {
     reader.stop();
     if (!reader.open("/dev/rx")) return;
@@ -122,82 +176,76 @@ class Scenario {
     reader.receive_data();
   }
 
-  const IpcSignal start{0, 0, 0, std::vector<char>(8)};
-  const IpcSignal signal{5, 0, 0, std::vector<char>(20, 'x')};
+  const IpcSignal start{0, 0, 0, std::vector<char>(8)}, signal{5, 0, 0, std::vector<char>(20, 'x')};
   std::array<char, 16 * 8> wire{};
   std::size_t written = 0;
   std::vector<char> received;
-  QueuePortWriter<N> writer;
-  QueuePortReader<N> reader;
+  QueuePortWriter<8> writer;
+  QueuePortReader<8> reader;
+  Systemd systemd;
+  Systemd::ActiveState state{};
 };
-
-/// Runs the scenario with the k-th call failing, for each k until the scenario makes fewer calls.
-template <typename Arm>
-void sweep(Arm arm) {
-  for (long k = 1;; ++k) {
-    ASSERT_LT(k, 100'000) << "no end of calls";
-    const long blocks_before = live_blocks;
-    bool reached = false;
-    {
-      Scenario scenario;
-      Countdown& countdown = arm(scenario);
-      countdown.left = k;
-      try {
-        scenario.run();
-      } catch (const std::bad_alloc&) {
-      }
-      reached = countdown.reached;
-      EXPECT_TRUE(scenario.works_again()) << "after the failure of call " << k;
-      EXPECT_LE(scenario.system.open_descriptors.size(), 2U) << "after the failure of call " << k;
-    }
-    EXPECT_EQ(live_blocks, blocks_before) << "memory lost where call " << k << " fails";
-    if (!reached) return;
-  }
-}
 
 /// Every line is built, and nobody reads it. What is made once, on first use, is made before anything fails.
 class Faults : public testing::Test {
  protected:
   Faults() {
+    peer.answer = answer_well;
     logging::set_sink([](int, const std::string&, const std::string&) {});
     logging::set_log_level(7);
-    for (auto* const level :
-         {&logging::DEBUG, &logging::INFO, &logging::NOTICE, &logging::WARNING, &logging::ERROR}) {
+    for (auto* const level : {&logging::DEBUG, &logging::INFO, &logging::NOTICE, &logging::WARNING, &logging::ERROR,
+                              &logging::CRITICAL}) {
       *level << logging::module("test");
       level->do_flush();
     }
     Scenario().run();
   }
   ~Faults() override { logging::set_sink({}); }
+
+  /// Runs the scenario with the k-th call failing, for each k until the scenario makes fewer calls.
+  void sweep(Countdown& countdown, bool for_ever) {
+    for (long k = 1; countdown.reached || k == 1; ++k) {
+      ASSERT_LT(k, 100'000) << "no end of calls";
+      const long blocks_before = live_blocks;
+      {
+        Scenario scenario;
+        countdown = {k, for_ever, false};
+        try {
+          scenario.run();
+        } catch (const std::bad_alloc&) {
+        }
+        const bool reached = countdown.reached;
+        EXPECT_TRUE(scenario.works_again()) << "after the failure of call " << k;
+        EXPECT_LE(scenario.system.open_descriptors.size(), 2U) << "after the failure of call " << k;
+        countdown.reached = reached;
+      }
+      EXPECT_EQ(live_blocks, blocks_before) << "memory lost where call " << k << " fails";
+    }
+    countdown = {};
+    EXPECT_TRUE(soon([this] { return open_descriptors() == descriptors; })) << open_descriptors() << " descriptors";
+  }
+
+  BusPeer peer;
+  const std::ptrdiff_t descriptors = open_descriptors();
 };
 
 TEST_F(Faults, InAllocationsPassThroughOrAreReportedAndNothingIsLost) {
-  for (const bool for_ever : {false, true}) {
-    sweep([&](Scenario&) -> Countdown& {
-      allocations.for_ever = for_ever;
-      allocations.reached = false;
-      return allocations;
-    });
-  }
+  for (const bool for_ever : {false, true}) sweep(allocations, for_ever);
 }
 
 TEST_F(Faults, InSystemCallsAreSurvivedAndNothingIsLost) {
-  struct Fault {
+  const struct {
     int error;
     long short_result;
-  };
-  constexpr Fault faults[] = {{EINTR, -1},  {EAGAIN, -1}, {EIO, -1}, {ENODEV, -1},
-                              {ENOSPC, -1}, {EPIPE, -1},  {0, 3},    {0, 0}};
-  for (const Fault& fault : faults) {
-    for (const bool for_ever : {false, true}) {
-      SCOPED_TRACE(std::string(strerror(fault.error)) + (for_ever ? ", for ever" : ", once"));
-      sweep([&](Scenario& scenario) -> Countdown& {
-        scenario.error = fault.error;
-        scenario.short_result = fault.short_result;
-        scenario.system_calls.for_ever = for_ever;
-        return scenario.system_calls;
-      });
-    }
+    bool for_ever;
+  } faults[] = {{EINTR, -1, false}, {EINTR, -1, true},  {EAGAIN, -1, false}, {EIO, -1, false},
+                {EIO, -1, true},    {ENODEV, -1, true}, {ENOSPC, -1, true},  {EPIPE, -1, true},
+                {EIO, 3, false},    {EIO, 3, true},     {EIO, 0, false},     {EIO, 0, true}};
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(std::to_string(fault.error) + (fault.for_ever ? ", for ever" : ", once"));
+    error = fault.error;
+    short_result = fault.short_result;
+    sweep(system_calls, fault.for_ever);
   }
 }
 
