@@ -3,22 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <iomanip>
-#include <sstream>
 
 #include "support/frames.h"
 
 namespace ecu::vorn::ipc {
 namespace {
 
-using Bytes = std::vector<char>;
-
-TEST(APrintedSignal, IsInHexadecimalWithAtLeastTwoDigitsForIdStatusAndBytes) {
-  EXPECT_EQ(test::printed({0x5a, 1, 0x1f, Bytes{0x0a, '\xff'}}), "5a: 01, 1f { 0a ff }");
-  EXPECT_EQ(test::printed({7, 0, 0, Bytes{}}), "07: 00, 0 { }");
-  EXPECT_EQ(test::printed({0x1a3, 15, ~0ULL, Bytes{0}}), "1a3: 0f, ffffffffffffffff { 00 }");
-}
-
-TEST(APrintedSignal, LeavesDecimalAndABlankFillAndTouchesNoOtherFlag) {
+TEST(APrintedSignal, IsInHexadecimalAndLeavesDecimalAndABlankFillAndTouchesNoOtherFlag) {
+  EXPECT_EQ(test::printed({0x5a, 1, 0x1f, {0x0a, '\xff'}}), "5a: 01, 1f { 0a ff }");
+  EXPECT_EQ(test::printed({7, 0, 0, {}}), "07: 00, 0 { }");
+  EXPECT_EQ(test::printed({0x1a3, 15, ~0ULL, {0}}), "1a3: 0f, ffffffffffffffff { 00 }");
   std::ostringstream text;
   text << std::oct << std::setfill('*') << std::uppercase << std::left << std::boolalpha << IpcSignal{0xab, 0, 1, {}};
   EXPECT_EQ(text.str(), "AB: 00, 1 { }");

@@ -7,11 +7,18 @@
 #include <sstream>
 #include <thread>
 
+#include "ipc/log_line.h"
 #include "logging/logging.h"
 
 using namespace ecu::vorn::logging;
 using _internal::LogStreambuf;
 using ::testing::ElementsAre;
+
+/// A piece that does something while its line is written.
+struct Act {
+  std::function<const char*()> act;
+};
+std::ostream& operator<<(std::ostream& os, const Act& piece) { return os << piece.act(); }
 
 struct Lines : ::testing::Test {
   Lines() {
@@ -37,18 +44,46 @@ void write(_internal::LogStream& level, const std::shared_ptr<LogModule>& module
   level.do_flush();
 }
 
+/// The one way in which libkeltipc logs.
+template <typename... Levels>
+void log_lines(const ecu::vorn::ipc::Logger& log) {
+  (ecu::vorn::ipc::log_line<Levels>(log, "0x", ecu::vorn::ipc::FilledHex<2>{0xA}, ", ", 10U), ...);
+}
+
 TEST_F(Lines, AreWrittenUpToTheLogLevelAndFromWarningOnAlways) {
+  using namespace ecu::vorn::ipc;
   std::string levels;
-  set_sink([&](int level, const auto&, const auto&) { levels += std::to_string(level); });
+  set_sink([&](int level, const auto&, const auto& text) {
+    levels += std::to_string(level);
+    EXPECT_TRUE(text.empty() || text == "0x0a, 10") << text;
+  });
   const std::string enabled[] = {"432", "432", "432", "432", "432", "5432", "65432", "765432"};
   for (int i = 0; i < 16; ++i, levels.clear()) {
     set_log_level(i / 2);
     door->enabled = i % 2 == 0;
     for (auto* level : {&DEBUG, &INFO, &NOTICE, &WARNING, &ERROR, &CRITICAL}) write(*level, door);
-    EXPECT_EQ(levels, door->enabled ? enabled[i / 2] : "432") << "log level " << i / 2;
+    log_lines<Debug, Info, Notice, Warning, Error, Critical>(door);
+    log_lines<Debug, Info, Notice, Warning, Error, Critical>(nullptr);
+    const std::string once = door->enabled ? enabled[i / 2] : "432";
+    EXPECT_EQ(levels, once + once) << "log level " << i / 2;
   }
   door->enabled = true;
   set_log_level(6);
+}
+
+TEST_F(Lines, OfLibkeltipcEndEarlyWhereTheirModuleIsSwitchedOffOrTheLevelFalls) {
+  using namespace ecu::vorn::ipc;
+  const auto act = [this](bool lowers) {
+    lowers ? set_log_level(4) : door->enabled.store(false);
+    return "!";
+  };
+  for (const bool lowers : {true, false}) {
+    log_line<Notice>(door, "kept", Act{[&] { return act(lowers); }}, "dropped", Hex{1});
+    log_line<Warning>(door, "kept", Act{[&] { return act(lowers); }}, "kept");
+    door->enabled = true;
+    set_log_level(6);
+  }
+  EXPECT_THAT(lines, ElementsAre("door: kept!", "door: kept!kept", "door: kept!", "door: kept!kept"));
 }
 
 TEST_F(Lines, TakeNothingFromOutsideAndLoseNoMoreThanTheirOwn) {
