@@ -4,7 +4,7 @@
 #include "ipc/queue_port_writer.h"
 #include "support/system_calls.h"
 
-namespace ecu::vorn::ipc {
+namespace ecu::vorn::ipc::test {
 namespace {
 
 struct Tx : QueuePortWriter<24> {
@@ -18,18 +18,11 @@ struct Rx : QueuePortReader<24> {
 };
 
 template <typename Port>
-class OpeningAPort : public testing::Test {
- protected:
-  test::Transcript happened;
-  test::RecordedLog log{happened, Port::module};
-  test::SystemCalls calls{happened};
-  const std::string queue = Port::queue;
-  const std::string open_call = std::string("open(/dev/port, ") + Port::flags + ")";
-};
+class OpeningAPort : public testing::Test {};
 using Directions = testing::Types<Tx, Rx>;
 TYPED_TEST_SUITE(OpeningAPort, Directions, );
 
-TYPED_TEST(OpeningAPort, TakesUpTo120AttemptsEachFollowedByHalfASecond) {
+TYPED_TEST(OpeningAPort, ClosesTheOneBeforeAndTakesUpTo120AttemptsEachFollowedByHalfASecond) {
   const struct {
     unsigned int appears_after_sleeps, failing_opens;
     mode_t mode;
@@ -37,43 +30,35 @@ TYPED_TEST(OpeningAPort, TakesUpTo120AttemptsEachFollowedByHalfASecond) {
   } cases[] = {{0, 0, S_IFCHR, 0},     {6, 0, S_IFCHR, 6},     {119, 0, S_IFCHR, 119},
                {120, 0, S_IFCHR, 120}, {0, 0, S_IFREG, 120},   {0, 0, S_IFDIR, 120},
                {0, 3, S_IFCHR, 3},     {0, 119, S_IFCHR, 119}, {0, 120, S_IFCHR, 120}};
+  const std::string queue = TypeParam::queue, open_call = std::string("open(/dev/port, ") + TypeParam::flags + ")";
   for (const auto& one : cases) {
-    this->calls.sleeps = 0;
-    this->calls.appears_after_sleeps = one.appears_after_sleeps;
-    this->calls.failing_opens = one.failing_opens;
-    this->calls.path_mode = one.mode;
-    test::Transcript expected = {"DEBUG Open " + this->queue};
+    Transcript happened, expected = {"DEBUG Open " + queue, TypeParam::closing, "close(1000)"};
+    const RecordedLog log(happened, TypeParam::module);
+    SystemCalls calls(happened);
+    const bool opens = one.failures < 120;
+    {
+      TypeParam port;
+      ASSERT_TRUE(port.open("/dev/old"));
+      happened.clear();
+      calls.appears_after_sleeps = one.appears_after_sleeps;
+      calls.failing_opens = one.failing_opens;
+      calls.path_mode = one.mode;
+      EXPECT_EQ(port.open("/dev/port"), opens);
+      EXPECT_EQ(calls.open_descriptors, opens ? std::set<int>{1001} : std::set<int>{});
+    }
+    EXPECT_TRUE(calls.open_descriptors.empty()) << "a port that goes closes its descriptor";
     for (unsigned int i = 0; i < one.failures; ++i) {
       expected.emplace_back("stat(/dev/port)");
-      if (one.failing_opens != 0) expected.push_back(this->open_call);
+      if (one.failing_opens != 0) expected.push_back(open_call);
       expected.emplace_back("nanosleep(0.500000000, null)");
     }
-    const bool opens = one.failures < 120;
-    if (opens) expected.insert(expected.end(), {"stat(/dev/port)", this->open_call});
-    expected.push_back(opens ? "INFO " + this->queue + " opened (retries: " + std::to_string(one.failures) + ")"
-                             : "ERROR Unable to open " + this->queue + " after 120 attempts!");
-    this->happened.clear();
-    TypeParam port;
-    EXPECT_EQ(port.open("/dev/port"), opens);
-    EXPECT_EQ(this->happened, expected);
-    EXPECT_EQ(this->calls.open_descriptors.size(), opens ? 1U : 0U);
+    if (opens) expected.insert(expected.end(), {"stat(/dev/port)", open_call});
+    expected.push_back(opens ? "INFO " + queue + " opened (retries: " + std::to_string(one.failures) + ")"
+                             : "ERROR Unable to open " + queue + " after 120 attempts!");
+    if (opens) expected.emplace_back("close(1001)");
+    EXPECT_EQ(happened, expected);
   }
-  EXPECT_TRUE(this->calls.open_descriptors.empty()) << "a port that goes closes its descriptor";
-}
-
-TYPED_TEST(OpeningAPort, ClosesTheOneOpenBeforeFirst) {
-  TypeParam port;
-  ASSERT_TRUE(port.open("/dev/old"));
-  this->happened.clear();
-  ASSERT_TRUE(port.open("/dev/port"));
-  EXPECT_EQ(this->happened,
-            (test::Transcript{"DEBUG Open " + this->queue, TypeParam::closing, "close(1000)", "stat(/dev/port)",
-                              this->open_call, "INFO " + this->queue + " opened (retries: 0)"}));
-  EXPECT_EQ(this->calls.open_descriptors, std::set<int>{1001});
-  this->calls.path_mode = S_IFREG;
-  EXPECT_FALSE(port.open("/dev/port"));
-  EXPECT_TRUE(this->calls.open_descriptors.empty());
 }
 
 }  // namespace
-}  // namespace ecu::vorn::ipc
+}  // namespace ecu::vorn::ipc::test
