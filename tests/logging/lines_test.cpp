@@ -118,7 +118,7 @@ TEST_F(Lines, NestAndTheLastOneBegunIsActive) {
 /// Every second thread leaves its stream in hexadecimal with a star for fill.
 void number(std::ostream& os, int thread, int i) {
   if (i == 0 && thread % 2 == 1) os << std::hex << std::setfill('*');
-  os << thread << std::setw(6) << i;
+  os << thread << std::setw(6) << i << std::setw(3) << '|';
 }
 
 TEST_F(Lines, OfEightThreadsStayWholeAndInTheirOwnFormat) {
