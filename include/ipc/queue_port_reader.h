@@ -28,6 +28,7 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
  public:
   /// The consumer must not be null when `receive_data` is called.
   explicit QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer);
+  /// `start_id`: as `set_frame_start_id` takes it.
   QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer, unsigned int start_id);
   ~QueuePortReader() override;  ///< closes the port and destroys the consumer; does not stop a running loop
   QueuePortReader(const QueuePortReader&) = delete;
@@ -39,8 +40,9 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
   /// `receive_data` on.
   void set_frame_start_id(unsigned int id);
 
-  /// Opens the character device read-only, and closes the one open before. Waits for it to appear: up to 120
-  /// attempts, half a second apart, so blocks for up to 60 s. False after that; then no port is open.
+  /// Opens the character device read-only (O_RDONLY alone: programs started by this one inherit it), and closes the
+  /// one open before. Waits for it to appear: up to 120 attempts, half a second apart, so blocks for up to 60 s.
+  /// False after that; then no port is open.
   bool open(const std::string& device);
 
   /// Receives until stopped: poll(2) in slices of 300 ms, one read(2) a frame, one `consume` a complete signal.
@@ -50,7 +52,8 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
   /// never quiet, one that hung up included, keeps it running. What is half received is lost at its end.
   void receive_data() override;
 
-  /// Asks the loop to end; returns at once. Without a running loop the request waits for the next one.
+  /// Asks the loop to end; returns at once, in a signal handler too. Without a running loop the request waits for the
+  /// next one.
   void stop();
 
  private:

@@ -24,9 +24,9 @@ class KELTIPC_EXPORT QueuePortWriter {
   QueuePortWriter(const QueuePortWriter&) = delete;
   QueuePortWriter& operator=(const QueuePortWriter&) = delete;
 
-  /// Opens the character device for writing (O_WRONLY | O_SYNC, see open(2)), and closes the one open before.
-  /// Waits for it to appear: up to 120 attempts, half a second apart, so blocks for up to 60 s.
-  /// False after that; then no port is open, and the path of the last one that was stays remembered.
+  /// Opens the character device for writing (O_WRONLY | O_SYNC, see open(2): programs started by this one inherit
+  /// it), and closes the one open before. Waits for it to appear: up to 120 attempts, half a second apart, so blocks
+  /// for up to 60 s. False after that; then no port is open, and the path of the last one that was stays remembered.
   bool open(const std::string& device);
 
   /// Cuts the signal into frames and writes each with one write(2); a signal without data gives no frame.
