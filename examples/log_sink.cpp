@@ -8,10 +8,14 @@
 using namespace ecu::vorn;
 
 int main(int argc, char** argv) {
-  std::ofstream file(argc == 2 ? argv[1] : "");
-  if (!file) {
+  if (argc != 2) {
     std::cerr << "usage: log_sink FILE\n";
     return 2;
+  }
+  std::ofstream file(argv[1]);
+  if (!file) {
+    std::cerr << argv[1] << ": cannot be written\n";
+    return 1;
   }
   logging::set_log_level(7);  // DEBUG lines too
   // Called for one line at a time, whatever thread it comes from. A service on a systemd machine takes
@@ -27,5 +31,5 @@ int main(int argc, char** argv) {
   ipc::QueuePortWriter<8> writer;
   const bool sent = writer.open("/dev/null") && writer.transmit_data({0x5a, 0, 0, {'h', 'i'}});
   logging::set_sink({});  // The file goes before the library does.
-  return sent ? 0 : 1;
+  return sent && file ? 0 : 1;
 }

@@ -30,6 +30,10 @@ int main(int argc, char** argv) {
     std::cerr << "usage: receive DEVICE\n";
     return 2;
   }
+  bool stopped = false;
+  ipc::QueuePortReader<8> reader(std::make_unique<Printer>(stopped));
+  if (!reader.open(argv[1])) return 1;  // after up to a minute of waiting, which a signal still ends
+
   // Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as
   // failed.
   sigset_t stop_signals;
@@ -38,9 +42,6 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
-  bool stopped = false;
-  ipc::QueuePortReader<8> reader(std::make_unique<Printer>(stopped));
-  if (!reader.open(argv[1])) return 1;
   std::thread receiving([&] {
     reader.receive_data();
     kill(getpid(), SIGTERM);  // Ended by itself, since poll failed: so ends the program.

@@ -15,9 +15,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   char* end = nullptr;
-  const auto seconds = std::strtoul(argv[2], &end, 10);
-  if (end == argv[2] || *end != '\0') {
-    std::cerr << "wait_for_target: '" << argv[2] << "' is no number of seconds\n";
+  const long seconds = std::strtol(argv[2], &end, 10);
+  if (*argv[2] == '\0' || *end != '\0' || seconds < 0 || seconds > 86400) {
+    std::cerr << argv[2] << ": not a number of seconds from 0 to 86400\n";
     return 2;
   }
   ipc::Systemd systemd;
