@@ -23,6 +23,8 @@ SystemCalls* current = nullptr;
 
 bool is_ours(int fd) { return current != nullptr && fd >= 1000; }
 
+bool is_paired() { return current != nullptr && current->message_pair[0] >= 0; }
+
 int fail(int error) {
   errno = error;
   return -1;
@@ -65,7 +67,7 @@ int stat(const char* path, struct stat* record) noexcept {
 }
 
 int fstat(int fd, struct stat* record) noexcept {
-  if (!is_ours(fd)) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
+  if (!is_ours(fd) && !is_paired()) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
   if (long result = 0; fails("fstat", result)) return static_cast<int>(result);
   current->note("fstat(%d)", fd);
   record->st_mode = current->path_mode;
@@ -78,6 +80,7 @@ int open(const char* path, int flags, ...) {
   if (long result = 0; fails("open", result)) return static_cast<int>(result);
   current->note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
   if (current->failing_opens > 0 && current->failing_opens-- > 0) return fail(EBUSY);
+  if (is_paired()) return ::dup(current->message_pair[(flags & O_ACCMODE) == O_WRONLY ? 0 : 1]);
   current->links = 1;
   current->open_descriptors.insert(current->next_descriptor);
   return current->next_descriptor++;

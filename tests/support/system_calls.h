@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <array>
 #include <deque>
 #include <functional>
 #include <set>
@@ -27,6 +28,9 @@ struct SystemCalls {
   mode_t path_mode = S_IFCHR;
   nlink_t links = 1;  ///< 0: the node was removed; 1 again once it is opened anew
   std::set<int> open_descriptors;
+
+  /// Where set, what is opened for writing is one end, and for reading the other; what is done with them is real.
+  std::array<int, 2> message_pair{-1, -1};
 
   // What the receiving loop meets, in this order; behind the last of it poll fails. `meanwhile` happens during poll.
   void quiet(std::function<void()> meanwhile = {}) { events.push_back({"", 0, std::move(meanwhile)}); }

@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+#include "ipc/queue_port_reader.h"
+#include "ipc/queue_port_writer.h"
+#include "support/descriptors.h"
+#include "support/system_calls.h"
+#include "support/traffic.h"
+
+// Worth most under ThreadSanitizer, which sees a race whether or not it does harm.
+namespace ecu::vorn::ipc::test {
+namespace {
+
+class FinishCounter : public IDataConsumer<IpcSignal> {
+ public:
+  explicit FinishCounter(std::atomic<int>& finishes) : count(finishes) {}
+  void consume(IpcSignal&& /*signal*/) override {}
+  void on_finish() override { ++count; }
+
+ private:
+  std::atomic<int>& count;
+};
+
+struct APort : testing::Test {
+  APort() { system.silent = true; }
+  Transcript calls;
+  SystemCalls system{calls};
+};
+
+TEST_F(APort, ThatIsQuietIsReadAndLeftTenThousandTimes) {
+  constexpr int rounds = 10'000;
+  std::atomic<int> finishes{0};
+  QueuePortReader<8> reader(std::make_unique<FinishCounter>(finishes));
+  ASSERT_TRUE(reader.open("/dev/rx"));
+  system.fault = [](const char* /*poll*/, long& result) { return (result = 0) == 0; };
+  logging::set_log_level(5);
+  std::thread receiving([&] {
+    for (int round = 0; round < rounds; ++round) reader.receive_data();
+  });
+  for (; finishes < rounds; std::this_thread::yield()) reader.stop();
+  receiving.join();
+  EXPECT_EQ(finishes, rounds);
+  system.fault = {};
+}
+
+/// KELTIPC_SOAK_SIGNALS, else as many as an ordinary run has time for (a release check: 10^7).
+std::uint32_t signal_count() {
+  const char* const asked = std::getenv("KELTIPC_SOAK_SIGNALS");
+  return asked == nullptr ? 50'000 : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
+}
+
+/// None under sanitizers, which keep what was freed for a while.
+std::size_t resident_pages() {
+  std::size_t total = 0, resident = 0;
+#if !defined(KELTIPC_SANITIZED)
+  std::ifstream("/proc/self/statm") >> total >> resident;
+#endif
+  return resident;
+}
+
+TEST_F(APort, BringsManySignalsWholeAndInOrderAndMemoryAndDescriptorsStayFlat) {
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, system.message_pair.data()), 0);
+  const std::ptrdiff_t descriptors = open_descriptors();
+  std::size_t pages = 0;
+  const Traffic traffic{signal_count(), 1, 16};
+  std::uint32_t came = 0;
+  {
+    QueuePortWriter<8> writer;
+    QueuePortReader<8> reader(std::make_unique<TrafficChecker>(traffic, came));
+    ASSERT_TRUE(writer.open("/dev/tx") && reader.open("/dev/rx"));
+    std::thread receiving([&] { reader.receive_data(); });
+    writer.transmit_data(sampling_frame_start());
+    IpcSignal signal{};
+    for (std::uint32_t n = 0; n < traffic.count; ++n) {
+      traffic.make(n, signal);
+      writer.transmit_data(signal);
+      if (n == traffic.count / 10) pages = resident_pages();
+    }
+    reader.stop();
+    receiving.join();
+  }
+  EXPECT_EQ(came, traffic.count);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_LE(resident_pages(), pages + 256);
+  for (const int end : system.message_pair) ::close(end);
+}
+
+/// What a sink may do at its worst. Counts the lines that it took.
+void take_line(std::atomic<int>& taken, const std::string& text) {
+  logging::DEBUG << logging::module("sink") << "inside a sink";
+  logging::DEBUG.do_flush();
+  if (++taken % 7 == 0) throw std::runtime_error(text);
+}
+
+TEST(EightThreadsThatLog, GoOnWhileLevelSinkAndModulesChange) {
+  const auto log = logging::module("races");
+  std::atomic<int> taken{0}, working{8};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      for (int line = 0; line < 2'000; ++line) {
+        logging::INFO << log << "line " << std::hex << line << std::dec;
+        logging::INFO.do_flush();
+        logging::WARNING << log << line;
+        logging::WARNING.do_flush();
+      }
+      --working;
+    });
+  }
+  for (; working > 0; std::this_thread::yield()) {
+    logging::set_sink([&](int, const std::string&, const std::string& text) { take_line(taken, text); });
+    logging::set_log_level(5 + taken % 2);
+    log->enabled = !log->enabled;
+  }
+  for (std::thread& thread : threads) thread.join();
+  logging::set_sink({});
+  EXPECT_GT(taken, 0);
+}
+
+}  // namespace
+}  // namespace ecu::vorn::ipc::test
