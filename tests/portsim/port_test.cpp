@@ -127,90 +127,75 @@ TEST(APort, PassesSignalsBetweenTwoProcessesWholeAndInOrder) {
   passes<4088>({number("KELTIPC_TRAFFIC", 2'000), 1, 65'535});
 }
 
-/// Hands on identifiers.
-struct Consumer : IDataConsumer<IpcSignal> {
-  explicit Consumer(std::function<void(std::uint32_t)> act) : seen(std::move(act)) {}
-  void consume(IpcSignal&& signal) override { seen(signal.signal_id); }
-
-  std::function<void(std::uint32_t)> seen;
-};
-
 struct Left {};
 
-/// A port that is used by a reader here and a writer in a thread of its own.
-struct BusyPort {
-  std::unique_ptr<Port> port = std::make_unique<Port>("--depth 8");
-  const std::string path = port->path;
-  std::atomic<std::uint32_t> sent{0};
-  std::atomic<bool> done{false};
-  std::uint32_t last = 0;  ///< that came
-  std::function<bool()> is_enough = [] { return false; };
-  QueuePortReader<8> reader{std::make_unique<Consumer>([this](std::uint32_t id) { take(id); })};
-  std::thread sender;
+/// Takes signals with rising identifiers, each behind the one before, and leaves the loop at `enough`.
+struct Counter : IDataConsumer<IpcSignal> {
+  void consume(IpcSignal&& signal) override {
+    EXPECT_TRUE(signal.signal_id == last + 1 || last == 0) << signal.signal_id << " behind " << last;
+    last = signal.signal_id;
+    if (last >= enough) throw Left{};
+  }
 
-  void take(std::uint32_t id) {
-    EXPECT_TRUE(id == last + 1 || last == 0) << id << " behind " << last;
-    last = id;
-    if (is_enough()) throw Left{};
-  }
-  void start() {
-    ASSERT_TRUE(reader.open(path));
-    sender = std::thread([this] {
-      QueuePortWriter<8> writer;
-      EXPECT_TRUE(writer.open(path));
-      while (!done) {
-        EXPECT_TRUE(writer.transmit_data(sampling_frame_start()));
-        EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, std::vector<char>(1 + sent % 40)}));
-      }
-      reader.stop();
-    });
-  }
-  void receive() try { reader.receive_data(); } catch (const Left&) {
-  }
-  /// Another device under the same name, at once; the one of before is no more, or has no name.
-  void take_away_and_give_back() {
-    struct stat node {};
-    if (!is_cuse) {
-      auto other = std::make_unique<Port>("--depth 8", ".next" + std::to_string(sent));
-      ASSERT_EQ(::rename(other->path.c_str(), path.c_str()), 0);
-      port = std::move(other);
-      last = 0;
-      return;
-    }
-    const std::string device = "/dev/" + std::filesystem::read_symlink(path).filename().string();
-    ASSERT_EQ(::stat(device.c_str(), &node), 0);
-    ASSERT_TRUE(::unlink(device.c_str()) == 0 && ::mknod(device.c_str(), node.st_mode, node.st_rdev) == 0);
-  }
+  std::uint32_t last = 0;
+  std::uint32_t enough = 0;
 };
+
+/// Another device under the same name, at once; the one of before has ended, or has lost its name.
+void take_away_and_give_back(std::unique_ptr<Port>& port, const std::string& path) {
+  if (!is_cuse) {
+    auto other = std::make_unique<Port>("--depth 8", ".next");
+    ASSERT_EQ(::rename(other->path.c_str(), path.c_str()), 0);
+    port = std::move(other);
+    return;
+  }
+  struct stat node {};
+  const std::string device = "/dev/" + std::filesystem::read_symlink(path).filename().string();
+  ASSERT_EQ(::stat(device.c_str(), &node), 0);
+  ASSERT_TRUE(::unlink(device.c_str()) == 0 && ::mknod(device.c_str(), node.st_mode, node.st_rdev) == 0);
+}
 
 TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
   const std::uint32_t removals = number("KELTIPC_REMOVALS", is_cuse ? 50 : 10);
   Transcript lines;
   const RecordedLog log(lines, "ipc.queuewriter", 5);
-  BusyPort busy;
-  busy.start();
+  auto port = std::make_unique<Port>("--depth 8");
+  const std::string path = port->path;
+  auto* const counter = new Counter;
+  QueuePortReader<8> reader{std::unique_ptr<Counter>(counter)};
+  std::atomic<std::uint32_t> sent{0};
+  std::atomic<bool> done{false};
+  std::thread sender([&] {
+    QueuePortWriter<8> writer;
+    EXPECT_TRUE(writer.open(path));
+    while (!done) {
+      EXPECT_TRUE(writer.transmit_data(sampling_frame_start()));
+      EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, std::vector<char>(1 + sent % 40)}));
+    }
+    reader.stop();
+  });
   std::ptrdiff_t descriptors = 0;
   for (std::uint32_t removal = 0; removal <= removals; ++removal) {
-    if (removal > 0) busy.take_away_and_give_back();
-    ASSERT_TRUE(busy.reader.open(busy.path));
-    // The second signal from here on went through a port that the writer has looked at anew.
-    busy.is_enough = [&, enough = busy.sent + 2] { return busy.last >= enough; };
-    busy.receive();
+    if (removal > 0) take_away_and_give_back(port, path);
+    if (!is_cuse) counter->last = 0;  // What the device of before still held went with it.
+    EXPECT_TRUE(reader.open(path));
+    // The second signal from here on goes through a port that the writer has looked at anew.
+    counter->enough = sent + 2;
+    EXPECT_THROW(reader.receive_data(), Left);
     if (removal == 0) descriptors = open_descriptors();
   }
   EXPECT_EQ(open_descriptors(), descriptors);
-  busy.is_enough = [] { return false; };
-  busy.done = true;
-  busy.receive();
-  busy.sender.join();
-  ::unlink(busy.path.c_str());
-  EXPECT_EQ(busy.last, busy.sent);
+  counter->enough = std::numeric_limits<std::uint32_t>::max();
+  done = true;
+  reader.receive_data();
+  sender.join();
+  ::unlink(path.c_str());
+  EXPECT_EQ(counter->last, sent);
   const std::string gone = "ERROR The TX queue is no longer available! Will try to reopen the port.";
   EXPECT_EQ(std::count(lines.begin(), lines.end(), gone), removals);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "NOTICE Successfully reopened the TX queue"), removals);
   EXPECT_EQ(lines.size(), 2 * removals);
-  std::printf("%u removals, %u signals sent, %td descriptors before and after\n", removals, busy.sent.load(),
-              descriptors);
+  std::printf("%u removals, %u signals sent, %td descriptors before and after\n", removals, sent.load(), descriptors);
 }
 
 TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {

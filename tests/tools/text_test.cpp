@@ -43,8 +43,6 @@ std::string filter(const std::string& text) {
 
 std::string log_line(const std::string& text) { return to_log_line(parse_log_line(text)); }
 
-std::string json_line(const std::string& text) { return to_json_line(parse_log_line(text)); }
-
 std::string time_of(const std::string& text) { return utc_text(parse_log_line(text).time); }
 
 std::string replay(const std::string& text) {
@@ -81,10 +79,6 @@ const struct {
     {filter, ",5:f,100~f00,10~10", "qp 5 "},
     {filter, ",0:0", "qp 5 15 105 106 "},
     {log_line, odd_name, odd_name},
-    {json_line, odd_name,
-     R"({"time":4294967295.000012,"device":"/tmp/a b\u005c\u000a\u0022)"
-     "\xc3\xa4"
-     R"(\u00ff\u00c2\u0085\u00ed\u00a0\u0080","id":"fffffff","status":15,"sampling_frame":"ffffffffffffffff","data":"0aff"})"},
     {time_of, "(1735270496.000001) p 5:0:1#", "2024-12-27T03:34:56.000001Z"},
     {replay,
      "(9.000000) p 5:f:0#01\n\n(9.500000) p 6:0:0#02\n(7.000000) p 5:0:aaaaaaaaaaaaaaaa#03\n(7.000001) p "
