@@ -35,10 +35,9 @@ thread_local long live_blocks = 0;
 int error = 0;           // of a system call that fails
 long short_result = -1;  // of one that transfers bytes
 
-bool fails(long& result, bool transfers) {
+bool fails() {
   if (!system_calls.fails_now()) return false;
   errno = error;
-  result = transfers ? short_result : -1;
   return true;
 }
 
@@ -64,14 +63,13 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 void __libc_free(void* block);
 
-void* counted(void* block, long more) {
-  if (block == nullptr) errno = ENOMEM;
-  if (block != nullptr) live_blocks += more;
+void* counted(void* block, long more = 1) {
+  block == nullptr ? errno = ENOMEM : live_blocks += more;
   return block;
 }
-void* malloc(std::size_t size) { return counted(allocations.fails_now() ? nullptr : __libc_malloc(size), 1); }
+void* malloc(std::size_t size) { return counted(allocations.fails_now() ? nullptr : __libc_malloc(size)); }
 void* calloc(std::size_t count, std::size_t size) {
-  return counted(allocations.fails_now() ? nullptr : __libc_calloc(count, size), 1);
+  return counted(allocations.fails_now() ? nullptr : __libc_calloc(count, size));
 }
 void* realloc(void* block, std::size_t size) {
   return counted(allocations.fails_now() ? nullptr : __libc_realloc(block, size), block == nullptr ? 1 : 0);
@@ -85,31 +83,25 @@ void free(void* block) {
 // What sd-bus asks of the system.
 #define REAL(function) reinterpret_cast<decltype(&(function))>(::dlsym(RTLD_NEXT, #function))
 int socket(int domain, int type, int protocol) noexcept {
-  long result = 0;
-  return fails(result, false) ? -1 : REAL(socket)(domain, type, protocol);
+  return fails() ? -1 : REAL(socket)(domain, type, protocol);
 }
 int connect(int fd, const sockaddr* address, socklen_t size) {
-  long result = 0;
-  return fails(result, false) ? -1 : REAL(connect)(fd, address, size);
+  return fails() ? -1 : REAL(connect)(fd, address, size);
 }
 int ppoll(pollfd* ports, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-  long result = 0;
-  return fails(result, false) ? -1 : REAL(ppoll)(ports, count, timeout, mask);
+  return fails() ? -1 : REAL(ppoll)(ports, count, timeout, mask);
 }
 /// A short count is one in earnest: that many bytes pass.
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-  long result = 0;
-  if (!fails(result, true)) return REAL(sendmsg)(fd, message, flags);
-  return result < 0 ? result
-                    : ::send(fd, message->msg_iov[0].iov_base,
-                             std::min<std::size_t>(static_cast<std::size_t>(std::max(result, 1L)),
-                                                   message->msg_iov[0].iov_len),
-                             flags);
+  if (!fails()) return REAL(sendmsg)(fd, message, flags);
+  const iovec& part = message->msg_iov[0];
+  const auto size = std::min(part.iov_len, static_cast<std::size_t>(std::max(short_result, 1L)));
+  return short_result < 0 ? -1 : ::send(fd, part.iov_base, size, flags);
 }
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
-  long result = 0;
-  if (!fails(result, true)) return REAL(recvmsg)(fd, message, flags);
-  return result <= 0 ? result : ::recv(fd, message->msg_iov[0].iov_base, static_cast<std::size_t>(result), flags);
+  if (!fails()) return REAL(recvmsg)(fd, message, flags);
+  return short_result <= 0 ? short_result
+                           : ::recv(fd, message->msg_iov[0].iov_base, static_cast<std::size_t>(short_result), flags);
 }
 
 }  // extern "C"
@@ -143,7 +135,8 @@ class Scenario {
       std::memcpy(wire.data() + size * written++, bytes, size);
     };
     system.fault = [](const char* call, long& result) {
-      return fails(result, std::strcmp(call, "read") == 0 || std::strcmp(call, "write") == 0);
+      result = std::strcmp(call, "read") == 0 || std::strcmp(call, "write") == 0 ? short_result : -1;
+      return fails();
     };
   }
 

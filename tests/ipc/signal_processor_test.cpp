@@ -91,29 +91,25 @@ template struct Opened<P8, &P8::signal, &P8::state, &P8::received, &P8::expected
 template struct Opened<P24, &P24::signal, &P24::state, &P24::received, &P24::expected>;
 template struct Opened<P4088, &P4088::signal, &P4088::state, &P4088::received, &P4088::expected>;
 
-/// A sampling frame; one identifier with every size at which the counting turns; another one.
-constexpr std::array<Step, 12> alphabet = {{{0, 0, 1},
-                                            {99, 0, 2},
-                                            {99, 1, 3},
-                                            {99, 2, 4},
-                                            {99, 3, 5},
-                                            {99, 4, 6},
-                                            {99, 5, 7},
-                                            {99, 6, 8},
-                                            {99, 7, 9},
-                                            {99, 8, 10},
-                                            {9, 3, 11},
-                                            {9, 5, 12}}};
+template <typename... Values>
+std::tuple<Values...> copies(const std::tuple<Values&...>& values) {
+  return values;
+}
+
+/// Twelve frames: a sampling frame; one identifier with every size at which the counting turns; another with two.
+Step letter(std::uint8_t i) {
+  if (i == 0) return {0, 0, i};
+  return i < 10 ? Step{99, static_cast<std::uint8_t>(i - 1), i} : Step{9, static_cast<std::uint8_t>(2 * i - 17), i};
+}
 
 template <std::size_t N>
 std::uint32_t walk(Reassembly<N>& both, std::size_t depth) {
   if (depth == 0) return 1;
   std::uint32_t sequences = 0;
-  const std::tuple<IpcSignal, typename SignalProcessor<N>::State, std::uint32_t, std::uint32_t> before =
-      members(both.processor);
-  const ReassemblyModel<N> model_before = both.model;
-  for (const Step& step : alphabet) {
-    both.process(step);
+  const auto before = copies(members(both.processor));
+  const auto model_before = both.model;
+  for (std::uint8_t i = 0; i < 12; ++i) {
+    both.process(letter(i));
     both.compare_lines();
     sequences += walk(both, depth - 1);
     members(both.processor) = before;

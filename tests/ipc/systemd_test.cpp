@@ -104,7 +104,7 @@ int sd_bus_get_property_strv(sd_bus* bus, const char* destination, const char* p
                              const char* member, sd_bus_error* error, char*** array) {
   const int result = get(REAL(sd_bus_get_property_strv), bus, {destination, path, interface, member}, error, array);
   const Silence silence;
-  if (is_odd && *array == nullptr) *array = static_cast<char**>(std::calloc(1, sizeof(char*)));
+  if (is_odd && result >= 0 && *array == nullptr) *array = static_cast<char**>(std::calloc(1, sizeof(char*)));
   to_free.insert(*array);
   for (char** entry = *array; entry != nullptr && *entry != nullptr; ++entry) to_free.insert(*entry);
   return result;
@@ -332,25 +332,22 @@ TEST_F(SystemdCalls, StringPropertiesAreFreedBehindTheErrorAndArraysBeforeIt) {
 
 TEST_F(SystemdCalls, ActionsAreManagerMethodsWithAJobMode) {
   const struct {
-    std::string method, unit, mode, changed_to;
-    std::function<bool()> call;
-  } actions[] = {
-      {"StartUnit", "a.service", "replace", "", [this] { return systemd.start_unit("a.service"); }},
-      {"StopUnit", "a.service", "replace", "", [this] { return systemd.stop_unit("a.service"); }},
-      {"RestartUnit", "a.service", "replace", "", [this] { return systemd.restart_unit("a.service"); }},
-      {"ReloadUnit", "a.service", "replace", "", [this] { return systemd.reload_unit("a.service"); }},
-      {"StopUnit", "a", "fail", "",
-       [this] { return systemd.start_stop_unit("a", Systemd::UNIT_ACTION_STOP, "fail"); }},
-      {"StartUnit", "x.target", "isolate", "x", [this] { return systemd.change_target("x"); }},
-      {"StartUnit", "x.target", "isolate", "x.target", [this] { return systemd.start_isolate_target("x.target"); }},
-      {"StartUnit", ".target", "isolate", ".target", [this] { return systemd.change_target(".target"); }},
-      {"StartUnit", "target.target", "isolate", "target", [this] { return systemd.change_target("target"); }},
-      {"StartUnit", "x.Target.target", "isolate", "x.Target", [this] { return systemd.change_target("x.Target"); }},
-      {"StartUnit", ".target", "isolate", "", [this] { return systemd.change_target(""); }},
-  };
-  for (const auto& [method, unit, mode, changed_to, call] : actions) {
+    std::string method, unit, argument, mode;
+    bool (Systemd::*action)(const std::string&);
+  } actions[] = {{"StartUnit", "a.service", "a.service", "replace", &Systemd::start_unit},
+                 {"StopUnit", "a.service", "a.service", "replace", &Systemd::stop_unit},
+                 {"RestartUnit", "a.service", "a.service", "replace", &Systemd::restart_unit},
+                 {"ReloadUnit", "a.service", "a.service", "replace", &Systemd::reload_unit},
+                 {"StartUnit", "x.target", "x", "isolate", &Systemd::change_target},
+                 {"StartUnit", "x.target", "x.target", "isolate", &Systemd::start_isolate_target},
+                 {"StartUnit", ".target", ".target", "isolate", &Systemd::change_target},
+                 {"StartUnit", "target.target", "target", "isolate", &Systemd::change_target},
+                 {"StartUnit", "x.Target.target", "x.Target", "isolate", &Systemd::change_target},
+                 {"StartUnit", ".target", "", "isolate", &Systemd::change_target}};
+  for (const auto& [method, unit, argument, mode, action] : actions) {
+    const auto call = [this, member = action, &name = argument] { return (systemd.*member)(name); };
     const std::string asked = manager + method + " ss:" + unit + ":" + mode;
-    const std::string changed = mode == "isolate" ? ", NOTICE Changed to target '" + changed_to + "'" : "";
+    const std::string changed = mode == "isolate" ? ", NOTICE Changed to target '" + argument + "'" : "";
     const std::string issued = ", INFO " + method + " '" + unit + "' issued successfully";
     logging::set_log_level(6);
     EXPECT_EQ(trace(answer_well, call), "bus, " + asked + ", read o" + issued + released + changed + ", => true");
@@ -362,7 +359,9 @@ TEST_F(SystemdCalls, ActionsAreManagerMethodsWithAJobMode) {
   }
 }
 
-TEST_F(SystemdCalls, WhatCannotBeAskedForDoesNotTouchTheBus) {
+TEST_F(SystemdCalls, AJobModeIsPassedOnAndWhatCannotBeAskedForDoesNotTouchTheBus) {
+  const auto stop = [this] { return systemd.start_stop_unit("a", Systemd::UNIT_ACTION_STOP, "fail"); };
+  EXPECT_THAT(trace(refuse, stop), testing::StartsWith("bus, " + manager + "StopUnit ss:a:fail, "));
   for (const int action : {-1, 4, 5, INT32_MIN, INT32_MAX}) {
     const auto unknown = static_cast<Systemd::UnitAction>(action);
     EXPECT_EQ(trace(refuse, [&] { return systemd.start_stop_unit("a.service", unknown, "replace"); }), "=> false");
@@ -372,13 +371,9 @@ TEST_F(SystemdCalls, WhatCannotBeAskedForDoesNotTouchTheBus) {
   EXPECT_EQ(trace(refuse, [this] { return systemd.get_unit_installstate(""); }), "=> 0");
 }
 
-/// Where a word is among those of an enumeration; what is not has the value 0.
-int value_of(const std::string& word, const Transcript& words) {
-  const auto found = std::find(words.begin(), words.end(), word);
-  return found == words.end() ? 0 : static_cast<int>(found - words.begin());
-}
-
-std::string name_of(const std::string& prefix, std::string word) {
+std::string name_of(const std::string& prefix, const Transcript& words, int value) {
+  if (value < 0 || value >= static_cast<int>(words.size())) return "";
+  std::string word = words[static_cast<std::size_t>(value)];
   std::transform(word.begin(), word.end(), word.begin(), [](char c) { return c == '-' ? '_' : std::toupper(c); });
   return "Systemd::" + prefix + "_STATE_" + word;
 }
@@ -388,8 +383,11 @@ TEST_F(SystemdCalls, StatesAreKnownByTheirExactWordsAndHaveNames) {
   const Transcript installed = {"error",  "enabled",        "enabled-runtime", "linked",  "linked-runtime",
                                 "masked", "masked-runtime", "static",          "disabled"};
   Transcript words = {"", "Active", "active ", "activ", "maintenance", "indirect", "enabled-", "Static"};
-  words.insert(words.end(), active.begin(), active.end());
-  words.insert(words.end(), installed.begin(), installed.end());
+  for (const auto* known : {&active, &installed}) words.insert(words.end(), known->begin(), known->end());
+  const auto value_of = [](const std::string& word, const Transcript& known) {
+    const auto found = std::find(known.begin(), known.end(), word);
+    return found == known.end() ? 0 : found - known.begin();
+  };
   peer.answer = answer_well;
   for (const std::string& word : words) {
     state_word = word.c_str();
@@ -398,12 +396,8 @@ TEST_F(SystemdCalls, StatesAreKnownByTheirExactWordsAndHaveNames) {
   }
   state_word = "active";
   for (const int value : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 42, 42}) {
-    const auto name = [value](const char* prefix, const Transcript& all) {
-      const auto at = static_cast<std::size_t>(value);
-      return at < all.size() ? name_of(prefix, all[at]) : "";
-    };
-    EXPECT_EQ(systemd.to_str(static_cast<Systemd::ActiveState>(value)), name("ACTIVE", active));
-    EXPECT_EQ(systemd.to_str(static_cast<Systemd::InstallState>(value)), name("INSTALL", installed));
+    EXPECT_EQ(systemd.to_str(static_cast<Systemd::ActiveState>(value)), name_of("ACTIVE", active, value));
+    EXPECT_EQ(systemd.to_str(static_cast<Systemd::InstallState>(value)), name_of("INSTALL", installed, value));
   }
 }
 
