@@ -1,3 +1,5 @@
+set(KELTIPC_TEST_SECONDS 120 CACHE STRING "What a test may take")
+
 # kelt_add_test(NAME SOURCES [SOURCES...] [LIBRARIES...] [LABELS...] [UNDER PROGRAM ARGS...])
 # One ctest entry a file: NAME_test.cpp becomes the entry NAME.
 #   LABELS target   the ARM machine runs it too
@@ -8,5 +10,5 @@ function(kelt_add_test name)
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name}_test PRIVATE keltipc::ipc keltipc::logging ${arg_LIBRARIES} GTest::gmock_main)
   add_test(NAME ${name} COMMAND ${arg_UNDER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}_test>)
-  set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 120)
+  set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT ${KELTIPC_TEST_SECONDS})
 endfunction()
