@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -19,11 +20,15 @@
 namespace ecu::vorn::ipc::test {
 namespace {
 
-SystemCalls* current = nullptr;
+std::atomic<SystemCalls*> current{nullptr};  // sd-bus's threads ask, too
+SystemCalls& now() { return *current.load(); }
 
-bool is_ours(int fd) { return current != nullptr && fd >= 1000; }
+bool is_ours(int fd) { return fd >= 1000 && current != nullptr; }
+bool is_ours(const char* path) {
+  return current != nullptr && (*path == '\0' || std::strncmp(path, "/dev/", 5) == 0);
+}
 
-bool is_paired() { return current != nullptr && current->message_pair[0] >= 0; }
+bool is_paired() { return current != nullptr && now().message_pair[0] >= 0; }
 
 int fail(int error) {
   errno = error;
@@ -31,7 +36,7 @@ int fail(int error) {
 }
 
 /// Whether the call under way is one that `fault` picks.
-bool fails(const char* call, long& result) { return current->fault && current->fault(call, result); }
+bool fails(const char* call, long& result) { return now().fault && now().fault(call, result); }
 
 }  // namespace
 
@@ -58,40 +63,40 @@ using namespace ecu::vorn::ipc::test;
 extern "C" {
 
 int stat(const char* path, struct stat* record) noexcept {
-  if (current == nullptr) return ::fstatat(AT_FDCWD, path, record, 0);
+  if (!is_ours(path)) return ::fstatat(AT_FDCWD, path, record, 0);
   if (long result = 0; fails("stat", result)) return static_cast<int>(result);
-  current->note("stat(%s)", path);
-  if (current->sleeps < current->appears_after_sleeps) return fail(ENOENT);
-  record->st_mode = current->path_mode;
+  now().note("stat(%s)", path);
+  if (now().sleeps < now().appears_after_sleeps) return fail(ENOENT);
+  record->st_mode = now().path_mode;
   return 0;
 }
 
 int fstat(int fd, struct stat* record) noexcept {
   if (!is_ours(fd) && !is_paired()) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
   if (long result = 0; fails("fstat", result)) return static_cast<int>(result);
-  current->note("fstat(%d)", fd);
-  record->st_mode = current->path_mode;
-  record->st_nlink = current->links;
+  now().note("fstat(%d)", fd);
+  record->st_mode = now().path_mode;
+  record->st_nlink = now().links;
   return 0;
 }
 
 int open(const char* path, int flags, ...) {
-  if (current == nullptr) return ::openat(AT_FDCWD, path, flags, 0600);
+  if (!is_ours(path)) return ::openat(AT_FDCWD, path, flags, 0600);
   if (long result = 0; fails("open", result)) return static_cast<int>(result);
-  current->note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
-  if (current->failing_opens > 0 && current->failing_opens-- > 0) return fail(EBUSY);
-  if (is_paired()) return ::dup(current->message_pair[(flags & O_ACCMODE) == O_WRONLY ? 0 : 1]);
-  current->links = 1;
-  current->open_descriptors.insert(current->next_descriptor);
-  return current->next_descriptor++;
+  now().note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
+  if (now().failing_opens > 0 && now().failing_opens-- > 0) return fail(EBUSY);
+  if (is_paired()) return ::dup(now().message_pair[(flags & O_ACCMODE) == O_WRONLY ? 0 : 1]);
+  now().links = 1;
+  now().open_descriptors.insert(now().next_descriptor);
+  return now().next_descriptor++;
 }
 
 int nanosleep(const timespec* time, timespec* rest) {
   if (current == nullptr) return ::clock_nanosleep(CLOCK_REALTIME, 0, time, rest) == 0 ? 0 : -1;
   if (long result = 0; fails("nanosleep", result)) return static_cast<int>(result);
-  current->note("nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec), static_cast<long>(time->tv_nsec),
-                rest == nullptr ? "null" : "rest");
-  ++current->sleeps;
+  now().note("nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec), static_cast<long>(time->tv_nsec),
+             rest == nullptr ? "null" : "rest");
+  ++now().sleeps;
   return 0;
 }
 
@@ -101,12 +106,12 @@ int poll_ports(pollfd* ports, nfds_t count, int timeout) {
   const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
   if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
   if (long result = 0; fails("poll", result)) return static_cast<int>(result);
-  current->note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
-  if (current->events.empty()) return fail(EINTR);
-  const SystemCalls::Event event = std::move(current->events.front());
-  current->events.pop_front();
+  now().note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
+  if (now().events.empty()) return fail(EINTR);
+  const SystemCalls::Event event = std::move(now().events.front());
+  now().events.pop_front();
   if (event.meanwhile) event.meanwhile();
-  current->arrived = event.bytes;
+  now().arrived = event.bytes;
   if (event.ready != 0) ports->revents = event.bytes.empty() ? POLLHUP : POLLIN;
   return event.ready;
 }
@@ -115,8 +120,8 @@ ssize_t read(int fd, void* buffer, size_t size) {
   iovec whole{buffer, size};
   if (!is_ours(fd)) return ::readv(fd, &whole, 1);
   if (long result = 0; fails("read", result)) return result;
-  current->note("read(%d, %d)", fd, static_cast<int>(size));
-  const std::string& bytes = current->arrived;
+  now().note("read(%d, %d)", fd, static_cast<int>(size));
+  const std::string& bytes = now().arrived;
   std::memcpy(buffer, bytes.data(), std::min(size, bytes.size()));
   return bytes.empty() ? fail(EIO) : static_cast<ssize_t>(bytes.size());
 }
@@ -125,19 +130,19 @@ ssize_t write(int fd, const void* buffer, size_t size) {
   iovec whole{const_cast<void*>(buffer), size};
   if (!is_ours(fd)) return ::writev(fd, &whole, 1);
   if (long result = 0; fails("write", result)) return result;
-  current->note("write(%d, %d)", fd, static_cast<int>(size));
-  if (current->on_write) {
-    current->on_write(buffer, size);
+  now().note("write(%d, %d)", fd, static_cast<int>(size));
+  if (now().on_write) {
+    now().on_write(buffer, size);
   } else {
-    current->written.emplace_back(static_cast<const char*>(buffer), size);
+    now().written.emplace_back(static_cast<const char*>(buffer), size);
   }
-  return current->write_result == 0 ? static_cast<ssize_t>(size) : current->write_result;
+  return now().write_result == 0 ? static_cast<ssize_t>(size) : now().write_result;
 }
 
 int close(int fd) {
   if (!is_ours(fd)) return static_cast<int>(::syscall(SYS_close, fd));
-  current->note("close(%d)", fd);
-  return current->open_descriptors.erase(fd) == 1 ? 0 : fail(EBADF);
+  now().note("close(%d)", fd);
+  return now().open_descriptors.erase(fd) == 1 ? 0 : fail(EBADF);
 }
 
 // What a fortified build calls instead.
