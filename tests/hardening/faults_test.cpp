@@ -100,8 +100,9 @@ ssize_t sendmsg(int fd, const msghdr* message, int flags) {
 }
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
   if (!fails()) return REAL(recvmsg)(fd, message, flags);
-  return short_result <= 0 ? short_result
-                           : ::recv(fd, message->msg_iov[0].iov_base, static_cast<std::size_t>(short_result), flags);
+  const iovec& part = message->msg_iov[0];
+  if (short_result <= 0) return short_result;
+  return ::recv(fd, part.iov_base, std::min(part.iov_len, static_cast<std::size_t>(short_result)), flags);
 }
 
 }  // extern "C"
