@@ -9,7 +9,9 @@ install(DIRECTORY include/ipc include/logging DESTINATION ${CMAKE_INSTALL_INCLUD
 
 install(EXPORT keltipcTargets NAMESPACE keltipc:: DESTINATION ${kelt_cmake_dir} COMPONENT development)
 # For find_package with keltipc_DIR set to the build folder.
-export(EXPORT keltipcTargets NAMESPACE keltipc::)
+if(PROJECT_IS_TOP_LEVEL)
+  export(EXPORT keltipcTargets NAMESPACE keltipc::)
+endif()
 configure_package_config_file(cmake/keltipcConfig.cmake.in keltipcConfig.cmake
   INSTALL_DESTINATION ${kelt_cmake_dir} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(keltipcConfigVersion.cmake COMPATIBILITY SameMajorVersion)
