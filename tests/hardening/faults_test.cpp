@@ -220,7 +220,7 @@ class Faults : public testing::Test {
   }
 
   BusPeer peer;
-  const std::ptrdiff_t descriptors = open_descriptors();
+  const int descriptors = open_descriptors();
 };
 
 TEST_F(Faults, InAllocationsPassThroughOrAreReportedAndNothingIsLost) {

@@ -67,7 +67,7 @@ std::size_t resident_pages() {
 
 TEST_F(APort, BringsManySignalsWholeAndInOrderAndMemoryAndDescriptorsStayFlat) {
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, system.message_pair.data()), 0);
-  const std::ptrdiff_t descriptors = open_descriptors();
+  const int descriptors = open_descriptors();
   std::size_t pages = 0;
   const Traffic traffic{signal_count(), 1, 16};
   std::uint32_t came = 0;

@@ -115,7 +115,7 @@ TEST_F(AManager, AnswersManyThreadsOfOneObjectAndKeepsNoDescriptor) {
     for (; times > 0; --times)
       ASSERT_EQ(systemd.get_unit_activestate("masked.service"), Systemd::ACTIVE_STATE_INACTIVE);
   };
-  const std::ptrdiff_t descriptors = open_descriptors();
+  const int descriptors = open_descriptors();
   ask(500);  // Two calls each.
   EXPECT_EQ(open_descriptors(), descriptors);
   std::vector<std::thread> threads;
@@ -142,7 +142,7 @@ TEST_F(AKilledBus, IsFoundAgain) {
   EXPECT_TRUE(soon(answers)) << "after the bus was killed between calls";
 
   lines.clear();
-  const std::ptrdiff_t descriptors = open_descriptors();
+  const int descriptors = open_descriptors();
   send_all("systemd", SIGSTOP);  // So that the call waits for its reply.
   std::thread killer([descriptors] {
     soon([descriptors] { return open_descriptors() > descriptors; });

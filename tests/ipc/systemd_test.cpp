@@ -251,7 +251,7 @@ struct SystemdCalls : testing::Test {
   Transcript done;
   RecordedLog log{done, "ipc.systemd"};
   BusPeer peer;
-  std::ptrdiff_t descriptors = open_descriptors();
+  int descriptors = open_descriptors();
   Systemd systemd;
 };
 

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "ipc/queue_port_reader.h"
@@ -174,7 +175,7 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
     }
     reader.stop();
   });
-  std::ptrdiff_t descriptors = 0;
+  int descriptors = 0;
   for (std::uint32_t removal = 0; removal <= removals; ++removal) {
     if (removal > 0) take_away_and_give_back(port, path);
     if (!is_cuse) counter->last = 0;  // What the device of before still held went with it.
@@ -195,7 +196,7 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), gone), removals);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "NOTICE Successfully reopened the TX queue"), removals);
   EXPECT_EQ(lines.size(), 2 * removals);
-  std::printf("%u removals, %u signals sent, %td descriptors before and after\n", removals, sent.load(), descriptors);
+  std::printf("%u removals, %u signals sent, %d descriptors before and after\n", removals, sent.load(), descriptors);
 }
 
 TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
