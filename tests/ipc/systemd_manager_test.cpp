@@ -10,7 +10,7 @@
 #include "support/recorded_log.h"
 #include "support/soon.h"
 
-// On a real manager, with the units of tests/units: one of its own (tests/support/private-systemd), or process 1.
+// On a real manager, with the units of tests/units: one of its own (scripts/lib/private-systemd), or process 1.
 namespace ecu::vorn::ipc::test {
 namespace {
 
