@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstddef>
 #include <string>
 #include <type_traits>
@@ -13,8 +12,6 @@ struct PortOptions {
   unsigned int wait = 60;
   int log_level = 3;
 };
-
-void add_port_options(CLI::App& command, PortOptions& options);
 
 /// The library's lines of this level and the more urgent ones go to standard error, no others.
 void set_up_logging(int log_level);

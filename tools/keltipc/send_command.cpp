@@ -1,14 +1,13 @@
+#include "send_command.h"
+
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <optional>
 
-#include "commands.h"
-#include "common_options.h"
 #include "device_wait.h"
 #include "exit_status.h"
 #include "ipc/queue_port_writer.h"
@@ -16,7 +15,6 @@
 #include "sender.h"
 #include "text/input_error.h"
 #include "text/signal_text.h"
-#include "whole_number.h"
 
 namespace keltipc {
 namespace {
@@ -24,16 +22,6 @@ namespace {
 using ecu::vorn::ipc::IpcSignal;
 
 constexpr const char* from_standard_input = "-";
-
-struct SendOptions {
-  PortOptions port;
-  std::string device;
-  std::vector<std::string> signals;
-  std::string replay;
-  std::string frame_start;
-  bool no_timing = false;
-  unsigned int gap = 0;
-};
 
 IpcSignal parse_signal(const std::string& text) {
   SignalText parsed = parse_signal_text(text);
@@ -121,7 +109,9 @@ int send_to_port(const SendOptions& options, const Items& items) {
   return send_items(sender, items);
 }
 
-int send(const SendOptions& options) {
+}  // namespace
+
+int send_signals(const SendOptions& options) {
   if (options.replay.empty() && options.signals.empty()) {
     throw InputError(options.device, "nothing to send: give SIGNALs, '-' or --replay FILE");
   }
@@ -129,53 +119,6 @@ int send(const SendOptions& options) {
   set_up_logging(options.port.log_level);
   if (!wait_for_device(options.device, W_OK, options.port.wait)) return exit_timed_out;
   return with_payload_size(options.port.frame, [&](auto n) { return send_to_port<n>(options, items); });
-}
-
-constexpr const char* send_help = R"(SIGNAL is ID#HEX, both hexadecimal:
-  5a#0aff                    identifier 5a, bytes 0a ff
-  "1000005a#0a ff.01"        the top four bits are the status that the receiver sees;
-                             dots and blanks may stand between bytes
-  5a#@FILE                   the bytes of FILE
-  -                          lines of standard input, one SIGNAL each, sent as they come
-A signal has up to 65535 bytes. One without bytes gives no frame, so that nobody receives it.
-
-A receiver drops everything that comes before the first start frame: begin with
---frame-start 0=1 where nothing else opens sampling frames on the port.
-
---replay takes the log lines of 'keltipc dump', for one receiver whatever device they name: a start
-frame (identifier 0, or that of --frame-start ID) before the first and whenever the stamp changes.
-
-Status 0 means handed to the device; nothing tells whether anybody received it.
-1 failed on the way, or a bad line of standard input; 2 refused before anything was sent;
-124 the device did not appear.)";
-
-void declare_send(CLI::App& command, SendOptions& options) {
-  command.add_option("DEVICE", options.device, "The port's device")->required()->type_name("");
-  const auto signals = command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE or -")->type_name("");
-  const auto replay = command.add_option("--replay", options.replay, "Send a log again; - is standard input")
-                          ->type_name("FILE")
-                          ->check([](const std::string& file) { return file.empty() ? "no file is named" : ""; })
-                          ->excludes(signals);
-  command.add_flag("--no-timing", options.no_timing, "Replay without the pauses of the log")->needs(replay);
-  command
-      .add_option("--frame-start", options.frame_start,
-                  "Open a sampling frame first: both hexadecimal, up to 28 and 64 bits.\nWith --replay ID alone")
-      ->type_name("ID=STAMP")
-      ->check([](const std::string& text) { return text.empty() ? "no identifier is given" : ""; });
-  command.add_option("--gap", options.gap, "The least time between two signals")
-      ->transform(whole_number(0, 1'000'000'000))
-      ->type_name("MS");
-  add_port_options(command, options.port);
-  command.footer(send_help);
-}
-
-}  // namespace
-
-void add_send_command(CLI::App& app, Run& run) {
-  const auto options = std::make_shared<SendOptions>();
-  CLI::App& command = *app.add_subcommand("send", "Send signals to a queuing port");
-  declare_send(command, *options);
-  command.callback([options, &run] { run = [options] { return send(*options); }; });
 }
 
 }  // namespace keltipc

@@ -1,27 +1,17 @@
+#include "unit_command.h"
+
 #include <algorithm>
 #include <chrono>
-#include <memory>
 #include <optional>
 
-#include "commands.h"
-#include "common_options.h"
 #include "exit_status.h"
 #include "text/escape.h"
-#include "unit_wait.h"
 #include "units.h"
-#include "whole_number.h"
 
 namespace keltipc {
 namespace {
 
 using ecu::vorn::ipc::Systemd;
-
-struct UnitOptions {
-  std::vector<std::string> units;
-  bool json = false;
-  bool wait = false;
-  unsigned int timeout = 90;
-};
 
 constexpr const char* not_found = "not-found";
 
@@ -61,6 +51,8 @@ int print_states(const UnitOptions& options, Ask ask) {
   return status;
 }
 
+}  // namespace
+
 int print_active_states(const UnitOptions& options) {
   return print_states(options,
                       [](Units& units, const std::string& unit) { return units.get_unit_activestate(unit); });
@@ -71,10 +63,7 @@ int print_install_states(const UnitOptions& options) {
                       [](Units& units, const std::string& unit) { return units.get_unit_installstate(unit); });
 }
 
-using Action = bool (Systemd::*)(const std::string&);
-
-/// Queues a job for each unit, the others too where one is refused; then waits for those that were queued.
-int act(const UnitOptions& options, Action action, Job::Kind kind) {
+int control_units(const UnitOptions& options, UnitAction action, Job::Kind kind) {
   Units units;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout);
   std::optional<JobResults> results;
@@ -91,55 +80,6 @@ int act(const UnitOptions& options, Action action, Job::Kind kind) {
   for (const Job& job : queued) status = worse(status, wait_for_job(units, *results, job, deadline));
   units.failed();
   return status;
-}
-
-CLI::App* add(CLI::App& group, const std::string& name, const std::string& help, UnitOptions& options) {
-  CLI::App* const command = group.add_subcommand(name, help);
-  command->add_option("UNIT", options.units, "Full names, \"radio.service\"")
-      ->required()
-      ->check([](const std::string& unit) {
-        return unit.empty() ? std::string("a unit's name is empty") : std::string();
-      });
-  command->add_flag("--json", options.json, "One JSON object a line");
-  return command;
-}
-
-void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
-  CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
-  command.add_option("--timeout", options.timeout, "Wait no longer than that; then status 124")
-      ->transform(whole_number(0, 1'000'000))
-      ->type_name("SECONDS")
-      ->capture_default_str()
-      ->needs(wait);
-}
-
-}  // namespace
-
-void add_unit_command(CLI::App& app, Run& run) {
-  CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
-  group->require_subcommand(1);
-  group->footer(
-      "Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit; 124 time-out.\nstart, stop, restart "
-      "and reload are done when the manager has queued the job, unless "
-      "they --wait.");
-  auto options = std::make_shared<UnitOptions>();
-
-  add(*group, "state",
-      "Print whether units are active: active, inactive, activating, deactivating, failed, reloading", *options)
-      ->callback([options, &run] { run = [options] { return print_active_states(*options); }; });
-  add(*group, "install-state", "Print whether units start at boot: enabled, disabled, static, masked, linked, ...",
-      *options)
-      ->callback([options, &run] { run = [options] { return print_install_states(*options); }; });
-
-  const auto add_action = [&](const char* name, const char* help, Action action, Job::Kind kind) {
-    CLI::App* const command = add(*group, name, help, *options);
-    command->callback([=, &run] { run = [=] { return act(*options, action, kind); }; });
-    return command;
-  };
-  add_wait(*add_action("start", "Start units", &Systemd::start_unit, Job::start), *options, "active");
-  add_wait(*add_action("stop", "Stop units", &Systemd::stop_unit, Job::stop), *options, "stopped");
-  add_action("restart", "Restart units", &Systemd::restart_unit, Job::start);
-  add_action("reload", "Make units read their configuration again", &Systemd::reload_unit, Job::start);
 }
 
 }  // namespace keltipc

@@ -1,0 +1,206 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "dump_command.h"
+#include "exit_status.h"
+#include "help.h"
+#include "send_command.h"
+#include "target_command.h"
+#include "text/escape.h"
+#include "unit_command.h"
+#include "whole_number.h"
+
+// All that CLI11 is told, and nothing else: it costs a compiler more than the rest of the tool.
+namespace keltipc {
+namespace {
+
+/// Set by the subcommand that is chosen.
+using Run = std::function<int()>;
+
+/// A check for what must not be empty.
+auto not_empty(const char* complaint) {
+  return [complaint](const std::string& text) { return text.empty() ? complaint : ""; };
+}
+
+void add_port_options(CLI::App& command, PortOptions& options) {
+  command.add_option("--frame", options.frame, "Size of the port's frames: 16, 32 or 4096 bytes")
+      ->check(frame_size())
+      ->type_name("BYTES")
+      ->capture_default_str();
+  command.add_option("--wait", options.wait, "Wait that long for the device to appear; then status 124")
+      ->transform(whole_number(0, 1'000'000))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+  command
+      .add_option("--log-level", options.log_level,
+                  "The library's own lines on standard error, up to that level:\n"
+                  "2 critical, 3 errors, 4 warnings, 5 notices, 6 information, 7 all")
+      ->transform(whole_number(0, 7))
+      ->type_name("0..7")
+      ->capture_default_str();
+}
+
+void declare_send(CLI::App& command, SendOptions& options) {
+  command.add_option("DEVICE", options.device, "The port's device")->required()->type_name("");
+  const auto signals = command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE or -")->type_name("");
+  const auto replay = command.add_option("--replay", options.replay, "Send a log again; - is standard input")
+                          ->type_name("FILE")
+                          ->check(not_empty("no file is named"))
+                          ->excludes(signals);
+  command.add_flag("--no-timing", options.no_timing, "Replay without the pauses of the log")->needs(replay);
+  command
+      .add_option("--frame-start", options.frame_start,
+                  "Open a sampling frame first: both hexadecimal, up to 28 and 64 bits.\nWith --replay ID alone")
+      ->type_name("ID=STAMP")
+      ->check(not_empty("no identifier is given"));
+  command.add_option("--gap", options.gap, "The least time between two signals")
+      ->transform(whole_number(0, 1'000'000'000))
+      ->type_name("MS");
+  add_port_options(command, options.port);
+  command.footer(send_help);
+}
+
+void add_send(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<SendOptions>();
+  CLI::App& command = *app.add_subcommand("send", "Send signals to a queuing port");
+  declare_send(command, *options);
+  command.callback([options, &run] { run = [options] { return send_signals(*options); }; });
+}
+
+std::string check_time_form(const std::string& text) {
+  return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is none of a, d, z";
+}
+
+void declare_dump(CLI::App& command, DumpOptions& options) {
+  command.add_option("DEVICE", options.source, "The port's device, and filters: DEVICE[,ID:MASK][,ID~MASK]...")
+      ->required()
+      ->type_name("");
+  const auto time = command
+                        .add_option("-t", options.time,
+                                    "Print times in UTC (a), since the last line (d) or since the start (z).\n"
+                                    "a where standard output is a terminal")
+                        ->check(CLI::Validator(check_time_form, ""))
+                        ->type_name("a|d|z");
+  command.add_flag("--json", options.json, "Print JSON, an object a line")->excludes(time);
+  command.add_option("-n", options.count, "End after that many lines")
+      ->transform(whole_number(1))
+      ->type_name("COUNT");
+  command.add_option("--idle", options.idle, "End when no line was printed for that long")
+      ->transform(whole_number(1, 1'000'000'000))
+      ->type_name("MS");
+  command.add_option("--frame-start", options.frame_start, "What opens sampling frames: hexadecimal, up to 28 bits")
+      ->type_name("ID")
+      ->capture_default_str();
+  add_port_options(command, options.port);
+  command.footer(dump_help);
+}
+
+void add_dump(CLI::App& app, Run& run) {
+  const auto options = std::make_shared<DumpOptions>();
+  CLI::App& command = *app.add_subcommand("dump", "Print the signals that a queuing port receives");
+  declare_dump(command, *options);
+  command.callback([options, &run] { run = [options] { return dump_signals(*options); }; });
+}
+
+CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, UnitOptions& options) {
+  CLI::App* const command = group.add_subcommand(name, help);
+  command->add_option("UNIT", options.units, "Full names, \"radio.service\"")
+      ->required()
+      ->check(not_empty("a unit's name is empty"));
+  command->add_flag("--json", options.json, "One JSON object a line");
+  return command;
+}
+
+void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
+  CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
+  command.add_option("--timeout", options.timeout, "Wait no longer than that; then status 124")
+      ->transform(whole_number(0, 1'000'000))
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->needs(wait);
+}
+
+void add_unit(CLI::App& app, Run& run) {
+  CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
+  group->require_subcommand(1);
+  group->footer(unit_help);
+  const auto options = std::make_shared<UnitOptions>();
+
+  const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
+    add_unit_command(*group, name, help, *options)->callback([=, &run] { run = [=] { return query(*options); }; });
+  };
+  add_query("state", "Print whether units are active: active, inactive, activating, deactivating, failed, reloading",
+            print_active_states);
+  add_query("install-state", "Print whether units start at boot: enabled, disabled, static, masked, linked, ...",
+            print_install_states);
+
+  const auto add_action = [&](const char* name, const char* help, UnitAction action, Job::Kind kind) {
+    CLI::App* const command = add_unit_command(*group, name, help, *options);
+    command->callback([=, &run] { run = [=] { return control_units(*options, action, kind); }; });
+    return command;
+  };
+  using ecu::vorn::ipc::Systemd;
+  add_wait(*add_action("start", "Start units", &Systemd::start_unit, Job::start), *options, "active");
+  add_wait(*add_action("stop", "Stop units", &Systemd::stop_unit, Job::stop), *options, "stopped");
+  add_action("restart", "Restart units", &Systemd::restart_unit, Job::start);
+  add_action("reload", "Make units read their configuration again", &Systemd::reload_unit, Job::start);
+}
+
+void add_target(CLI::App& app, Run& run) {
+  CLI::App* const group =
+      app.add_subcommand("target", "Query and switch systemd targets, and control their services");
+  group->require_subcommand(1);
+  group->footer(target_help);
+  const auto options = std::make_shared<TargetOptions>();
+
+  const auto add = [&](const char* name, const char* help, int (*act)(const TargetOptions&)) {
+    CLI::App* const command = group->add_subcommand(name, help);
+    command->add_option("TARGET", options->target, "The target's name")
+        ->required()
+        ->check(not_empty("a target's name is empty"));
+    command->add_flag("--json", options->json, "One JSON object a line");
+    command->callback([=, &run] { run = [=] { return act(*options); }; });
+    return command;
+  };
+  add("active", "Print whether the target is active (or about to be)", print_target_active);
+  add("isolate", "Switch to the target: start it, and stop all that it does not need", isolate_target)
+      ->add_flag("--yes", options->yes, "Do not ask");
+  add("services", "List the services that the target wants", print_target_services)
+      ->add_flag("--all", options->all, "List all that it wants: sockets, timers, other targets too");
+  add("start-services", "Start each service that the target wants", start_target_services);
+  add("stop-services", "Stop each service that the target wants", stop_target_services);
+  add("stopped", "Print whether the target's services are all stopped", print_target_stopped);
+}
+
+/// CLI11 has exit codes of its own; this tool's users expect 0 and 2.
+int report(const CLI::App& app, const CLI::ParseError& error) {
+  const bool asked_for = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
+  app.exit(error, std::cout, std::cerr);
+  return asked_for ? exit_done : exit_usage;
+}
+
+}  // namespace
+
+std::function<int()> parse_command_line(int argc, char** argv) {
+  CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
+  app.set_version_flag("--version", "keltipc " KELTIPC_VERSION);
+  app.require_subcommand(1);
+
+  Run run;
+  add_send(app, run);
+  add_dump(app, run);
+  add_unit(app, run);
+  add_target(app, run);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return [status = report(app, error)] { return status; };
+  }
+  return run;
+}
+
+}  // namespace keltipc

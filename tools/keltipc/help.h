@@ -1,0 +1,50 @@
+#pragma once
+
+// What --help says below the options.
+namespace keltipc {
+
+constexpr const char* send_help = R"(SIGNAL is ID#HEX, both hexadecimal:
+  5a#0aff                    identifier 5a, bytes 0a ff
+  "1000005a#0a ff.01"        the top four bits are the status that the receiver sees;
+                             dots and blanks may stand between bytes
+  5a#@FILE                   the bytes of FILE
+  -                          lines of standard input, one SIGNAL each, sent as they come
+A signal has up to 65535 bytes. One without bytes gives no frame, so that nobody receives it.
+
+A receiver drops everything that comes before the first start frame: begin with
+--frame-start 0=1 where nothing else opens sampling frames on the port.
+
+--replay takes the log lines of 'keltipc dump', for one receiver whatever device they name: a start
+frame (identifier 0, or that of --frame-start ID) before the first and whenever the stamp changes.
+
+Status 0 means handed to the device; nothing tells whether anybody received it.
+1 failed on the way, or a bad line of standard input; 2 refused before anything was sent;
+124 the device did not appear.)";
+
+constexpr const char* dump_help =
+    R"(One line a signal, flushed at once. Numbers are hexadecimal. On a terminal, or with -t, the time and
+ID: STATUS, SAMPLINGFRAME { BYTES }, else the log line that 'keltipc send --replay' takes back:
+  (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX
+Blanks, backslashes, control characters and bytes that are no UTF-8 in DEVICE are written \xHH there.
+
+Filters, identifier and mask in hexadecimal:
+  /dev/qp0,5:f,10:ff    only identifiers that match one of these under its mask
+  /dev/qp0,100~7f0      and none that matches one of these
+Everything behind the first comma is a filter; reach a device with a comma in its name by a link.
+
+Nothing is printed before the first start frame has come. Nothing tells that the port has frames of
+another size than --frame says, or other start frames: no signals, or senseless ones, hint at it.
+
+SIGINT and SIGTERM end it with a count on standard error, at the latest after about a second.
+Status 0 done; 1 failed, or the device has gone; 2 refused; 124 the device did not appear, or not one
+signal came within --idle; 128 + n after signal n.)";
+
+constexpr const char* unit_help =
+    R"(Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit; 124 time-out.
+start, stop, restart and reload are done when the manager has queued the job, unless they --wait.)";
+
+constexpr const char* target_help =
+    R"(A name without ".target" at its end gets it appended.
+Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped (stopped); 4 no such target.)";
+
+}  // namespace keltipc
