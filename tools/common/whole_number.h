@@ -1,14 +1,38 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <limits>
+#include <string>
+
+#include "text/escape.h"
 
 namespace keltipc {
 
 /// A decimal number within bounds, leading zeros allowed. What CLI11 has takes "010" for eight.
-CLI::Validator whole_number(unsigned long lowest, unsigned long highest = std::numeric_limits<unsigned int>::max());
+inline CLI::Validator whole_number(unsigned long lowest,
+                                   unsigned long highest = std::numeric_limits<unsigned int>::max()) {
+  const std::string range = std::to_string(lowest) + " to " + std::to_string(highest);
+  const auto check = [=](std::string& text) -> std::string {
+    unsigned long value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc{} || stop != end || value < lowest || value > highest) {
+      return quote(text) + " is no whole number from " + range;
+    }
+    text = std::to_string(value);
+    return {};
+  };
+  return CLI::Validator(check, "");
+}
 
 /// The sizes of frames that there are, in bytes: 16, 32 and 4096.
-CLI::Validator frame_size();
+inline CLI::Validator frame_size() {
+  const auto check = [](const std::string& text) -> std::string {
+    if (text == "16" || text == "32" || text == "4096") return {};
+    return "there are no frames of " + quote(text) + " bytes, only of 16, 32 and 4096";
+  };
+  return CLI::Validator(check, "");
+}
 
 }  // namespace keltipc

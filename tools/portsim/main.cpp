@@ -6,7 +6,6 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <map>
 
 #include "descriptor.h"
 #include "exit_status.h"
@@ -43,10 +42,14 @@ void describe(CLI::App& app, Options& options) {
       ->default_val(1024)
       ->transform(whole_number(1, 1'000'000))
       ->type_name("COUNT");
-  app.add_option("--when-full", options.when_full, "block: writers wait; drop: new messages are lost")
+  app.add_option_function<std::string>(
+         "--when-full",
+         [&options](const std::string& word) {
+           options.when_full = word == "drop" ? WhenFull::drop : WhenFull::block;
+         },
+         "block: writers wait; drop: new messages are lost")
       ->default_str("block")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, WhenFull>{{"block", WhenFull::block}, {"drop", WhenFull::drop}}));
+      ->check(CLI::IsMember({"block", "drop"}));
   app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")
       ->transform(whole_number(0))
       ->type_name("COUNT");
