@@ -63,13 +63,6 @@ void declare_send(CLI::App& command, SendOptions& options) {
   command.footer(send_help);
 }
 
-void add_send(CLI::App& app, Run& run) {
-  const auto options = std::make_shared<SendOptions>();
-  CLI::App& command = *app.add_subcommand("send", "Send signals to a queuing port");
-  declare_send(command, *options);
-  command.callback([options, &run] { run = [options] { return send_signals(*options); }; });
-}
-
 std::string check_time_form(const std::string& text) {
   return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is none of a, d, z";
 }
@@ -98,11 +91,14 @@ void declare_dump(CLI::App& command, DumpOptions& options) {
   command.footer(dump_help);
 }
 
-void add_dump(CLI::App& app, Run& run) {
-  const auto options = std::make_shared<DumpOptions>();
-  CLI::App& command = *app.add_subcommand("dump", "Print the signals that a queuing port receives");
-  declare_dump(command, *options);
-  command.callback([options, &run] { run = [options] { return dump_signals(*options); }; });
+/// A subcommand that is `declare`d with options of its own and runs with them.
+template <typename Options>
+void add_command(CLI::App& app, Run& run, const char* name, const char* help, void (*declare)(CLI::App&, Options&),
+                 int (*act)(const Options&)) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const command = app.add_subcommand(name, help);
+  declare(*command, *options);
+  command->callback([=, &run] { run = [=] { return act(*options); }; });
 }
 
 CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, UnitOptions& options) {
@@ -190,8 +186,8 @@ std::function<int()> parse_command_line(int argc, char** argv) {
   app.require_subcommand(1);
 
   Run run;
-  add_send(app, run);
-  add_dump(app, run);
+  add_command(app, run, "send", "Send signals to a queuing port", declare_send, send_signals);
+  add_command(app, run, "dump", "Print the signals that a queuing port receives", declare_dump, dump_signals);
   add_unit(app, run);
   add_target(app, run);
 
