@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -29,6 +30,9 @@ IpcSignal parse_signal(const std::string& text) {
   return {parsed.word, 0, 0, std::move(parsed.payload)};
 }
 
+/// std::cin shares stdin's buffer, and of what goes wrong there it sees an end only.
+bool is_broken(const std::istream& input) { return input.bad() || (&input == &std::cin && std::ferror(stdin) != 0); }
+
 /// Sends the lines as they come. A bad one ends it: what was sent before cannot be taken back.
 int send_lines(Sender& sender, std::istream& input) {
   std::string line;
@@ -43,7 +47,7 @@ int send_lines(Sender& sender, std::istream& input) {
       return exit_failed;
     }
   }
-  if (!input.bad()) return exit_done;
+  if (!is_broken(input)) return exit_done;
   say("standard input cannot be read");
   return exit_failed;
 }
@@ -64,11 +68,13 @@ Items signals_from_arguments(const SendOptions& options) {
 
 std::vector<Outgoing> read_log(const SendOptions& options) {
   const std::uint32_t start_id = options.frame_start.empty() ? 0 : parse_frame_start_id(options.frame_start);
-  if (options.replay == from_standard_input) return plan_replay(std::cin, start_id);
-  std::ifstream file(options.replay);
+  std::ifstream file;
+  const bool named = options.replay != from_standard_input;
+  if (named) file.open(options.replay);
   if (!file) throw InputError(std::strerror(errno));
-  std::vector<Outgoing> plan = plan_replay(file, start_id);
-  if (file.bad()) throw InputError(std::strerror(errno));
+  std::istream& log = named ? file : std::cin;
+  std::vector<Outgoing> plan = plan_replay(log, start_id);
+  if (is_broken(log)) throw InputError(std::strerror(errno));
   return plan;
 }
 

@@ -36,16 +36,18 @@ int status_of(Systemd::InstallState state) { return state == Systemd::INSTALL_ST
 bool may_be_missing(Systemd::ActiveState state) { return state == Systemd::ACTIVE_STATE_INACTIVE; }
 bool may_be_missing(Systemd::InstallState state) { return state == Systemd::INSTALL_STATE_DISABLED; }
 
-/// `ask` gives a unit's state, of either kind.
+/// `ask` gives a unit's state, of either kind; where it could not, it may give that of a unit that is not there.
 template <typename Ask>
 int print_states(const UnitOptions& options, Ask ask) {
   Units units;
   int status = exit_done;
   for (const std::string& unit : options.units) {
+    const unsigned int errors = units.error_count();
     const auto state = ask(units, unit);
-    const bool missing = may_be_missing(state) && !units.exists(unit);
-    print_answer(options.json, "unit", unit, "state", missing ? not_found : Units::word(state));
-    status = worse(status, missing ? int{exit_no_such_unit} : status_of(state));
+    const bool failed = units.error_count() != errors;
+    const bool missing = !failed && may_be_missing(state) && !units.exists(unit);
+    print_answer(options.json, "unit", unit, "state", failed ? "error" : missing ? not_found : Units::word(state));
+    status = worse(status, failed ? exit_failed : missing ? exit_no_such_unit : status_of(state));
   }
   units.failed();
   return status;

@@ -42,7 +42,7 @@ Units::Units() {
   logging::set_log_level(error_level);
   logging::set_sink([this](int level, const std::string& module, const std::string& text) {
     logging::stderr_sink(level, module, text);
-    any_error = any_error || level <= error_level;
+    if (level <= error_level) ++errors;
     any_refusal = any_refusal || is_refusal(text);
     last_line = text;
   });
@@ -78,7 +78,7 @@ bool Units::is_service(const std::string& unit) { return has_suffix(unit, ".serv
 bool Units::failed() {
   if (any_refusal) say("this user may not do that: docs/unit-control.md shows the rule that allows it");
   any_refusal = false;
-  return any_error;
+  return errors != 0;
 }
 
 void print_answer(bool json, const std::string& key, const std::string& name, const std::string& field,

@@ -33,11 +33,14 @@ class Units : public ecu::vorn::ipc::Systemd {
   static std::string target_unit(const std::string& target);
   static bool is_service(const std::string& unit);
 
+  /// How many ERROR and CRITICAL lines there have been.
+  unsigned int error_count() const { return errors; }
+
   /// Whether anything has failed. Says once, where rights were what was missing, where to read on.
   bool failed();
 
  private:
-  bool any_error = false;
+  unsigned int errors = 0;
   bool any_refusal = false;
   std::string last_line;
 };
