@@ -2,6 +2,7 @@
 # Sourced: a shared library's interface as abi/ records it: sizes, members, virtual slots and enumerators of what the
 # public headers declare, as XML of libabigail.
 
+# shellcheck disable=SC2034  # Those who source it go through them.
 libraries=(libkeltipc libkeltlogging)
 
 # record_interface LIBRARY FILE

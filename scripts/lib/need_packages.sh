@@ -3,11 +3,12 @@
 # As root it installs what is missing, saying so first; else it prints the command that does and ends the script.
 
 need_packages() {
-  local package missing=()
+  local package lists missing=()
+  lists=$(cat "$@") || return
   while read -r package; do
     [[ -z $package || $package == \#* ]] && continue
     [[ $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) == "install ok installed" ]] || missing+=("$package")
-  done < <(cat "$@")
+  done <<<"$lists"
   ((${#missing[@]} == 0)) && return
 
   if ((EUID != 0)); then

@@ -24,7 +24,7 @@ make_base() {
 cut_down() {
   local root=$1
   find "$root/lib/modules" \( -name fuse.ko -o -name cuse.ko \) -exec mv -t "$root/lib" {} +
-  rm -rf "$root"/{boot,lib/modules,lib/udev,usr/include,usr/games,usr/src,var/cache,var/lib/dpkg,var/lib/apt} \
+  rm -rf "${root:?}"/{boot,lib/modules,lib/udev,usr/include,usr/games,usr/src,var/cache,var/lib/dpkg,var/lib/apt} \
     "$root"/usr/share/{doc,man,locale,info,lintian,bash-completion,perl*,zsh,mime,zoneinfo} \
     "$root"/usr/lib/*/{perl*,gconv,libperl*,e2fsprogs} "$root"/usr/bin/perl* "$root"/usr/lib/udev
   mkdir "$root/lib/modules"

@@ -35,7 +35,7 @@ Everything behind the first comma is a filter; reach a device with a comma in it
 Nothing is printed before the first start frame has come. Nothing tells that the port has frames of
 another size than --frame says, or other start frames: no signals, or senseless ones, hint at it.
 
-SIGINT and SIGTERM end it with a count on standard error, at the latest after about a second.
+SIGINT, SIGTERM and SIGHUP end it with a count on standard error, at the latest after about a second.
 Status 0 done; 1 failed, or the device has gone; 2 refused; 124 the device did not appear, or not one
 signal came within --idle; 128 + n after signal n.)";
 

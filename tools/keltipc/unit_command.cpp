@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <stdexcept>
 
+#include "common_options.h"
 #include "exit_status.h"
 #include "text/escape.h"
 #include "units.h"
@@ -53,6 +55,15 @@ int print_states(const UnitOptions& options, Ask ask) {
   return status;
 }
 
+/// Where jobs cannot be watched, units are controlled all the same, and that nobody waits is the failure.
+void watch_jobs(std::optional<JobResults>& results) {
+  try {
+    results.emplace();
+  } catch (const std::runtime_error& error) {
+    say(error.what());
+  }
+}
+
 }  // namespace
 
 int print_active_states(const UnitOptions& options) {
@@ -69,17 +80,19 @@ int control_units(const UnitOptions& options, UnitAction action, Job::Kind kind)
   Units units;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout);
   std::optional<JobResults> results;
-  if (options.wait) results.emplace();
+  if (options.wait) watch_jobs(results);
   int status = exit_done;
   std::vector<Job> queued;
   for (const std::string& unit : options.units) {
-    const bool had_failed = options.wait && units.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_FAILED;
+    const bool had_failed = results && units.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_FAILED;
     const bool taken = (units.*action)(unit);
     if (taken && options.wait) queued.push_back({kind, unit, had_failed});
     if (options.json) print_answer(true, "unit", unit, "job", taken ? "queued" : "refused");
     if (!taken) status = worse(status, units.took_for_missing(unit) ? exit_no_such_unit : exit_failed);
   }
-  for (const Job& job : queued) status = worse(status, wait_for_job(units, *results, job, deadline));
+  for (const Job& job : queued) {
+    status = worse(status, results ? wait_for_job(units, *results, job, deadline) : int{exit_failed});
+  }
   units.failed();
   return status;
 }

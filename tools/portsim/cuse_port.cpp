@@ -244,6 +244,8 @@ void run_cuse_port(const PortOptions& options, MessageQueue& queue, const std::f
   Buffer buffer;
   const Session session = open_session(name, device);
   while (!device.is_set_up) handle_request(session.get(), device, buffer);
+  // A request that is taken back between poll and read must not keep the signals waiting.
+  ::fcntl(fuse_session_fd(session.get()), F_SETFL, O_NONBLOCK);
   const Node node(name);
   std::unique_ptr<Link> link;
   if (path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, path);

@@ -85,7 +85,7 @@ void run(const Options& options) {
 int run_tool(int argc, char** argv) {
   CLI::App app(
       "Makes a loop-back queuing port: what one process writes, another reads, one message at a time.\n"
-      "Keeps it until SIGINT or SIGTERM, then removes it and says how many messages passed.",
+      "Keeps it until SIGINT, SIGTERM or SIGHUP, then removes it and says how many messages passed.",
       "keltipc-portsim");
   Options options;
   describe(app, options);
