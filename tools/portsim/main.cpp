@@ -32,10 +32,10 @@ void describe(CLI::App& app, Options& options) {
       ->default_val(16)
       ->check(frame_size())
       ->type_name("BYTES");
-  app.add_option(
-         "--backend", options.backend,
-         "cuse: a character device of its own, needs root and /dev/cuse; pty: a pseudo-terminal, frames of 16 "
-         "and 32 bytes; auto: cuse where /dev/cuse can be opened, else pty")
+  app.add_option("--backend", options.backend,
+                 "cuse: a character device of its own, needs root and /dev/cuse;\n"
+                 "pty: a pseudo-terminal, frames of 16 and 32 bytes;\n"
+                 "auto: cuse where /dev/cuse can be opened, else pty")
       ->default_val("auto")
       ->check(CLI::IsMember({"auto", "cuse", "pty"}));
   app.add_option("--depth", options.depth, "Messages that it keeps until they are read")
