@@ -110,12 +110,9 @@ ssize_t recvmsg(int fd, msghdr* message, int flags) {
 namespace ecu::vorn::ipc::test {
 namespace {
 
-class Keeper : public IDataConsumer<IpcSignal> {
- public:
+struct Keeper : IDataConsumer<IpcSignal> {
   explicit Keeper(std::vector<char>& last) : bytes(last) {}
   void consume(IpcSignal&& signal) override { bytes = std::move(signal.data); }
-
- private:
   std::vector<char>& bytes;
 };
 
@@ -126,10 +123,9 @@ int answer_well(sd_bus_message* call) {
              : sd_bus_reply_method_return(call, "o", "/unit/a");
 }
 
-/// Opens, sends, receives what was sent, and queries a unit; and once more when nothing fails any longer.
-class Scenario {
- public:
-  Scenario() : system(calls), reader(std::make_unique<Keeper>(received)) {
+/// Opens, sends, receives what was sent, and queries a unit.
+struct Scenario {
+  Scenario() {
     system.silent = true;
     system.on_write = [this](const void* bytes, std::size_t size) {
       ASSERT_LE(size * (written + 1), wire.size());
@@ -143,22 +139,12 @@ class Scenario {
 
   void run() {
     written = 0;
+    received.clear();
     writer.open("/dev/tx") && writer.transmit_data(start) && writer.transmit_data(signal);
     receive();
     state = systemd.get_unit_activestate("a.service");
   }
 
-  bool works_again() {
-    system_calls = {};
-    allocations = {};
-    run();
-    return received == signal.data && state == Systemd::ACTIVE_STATE_ACTIVE;
-  }
-
-  Transcript calls;
-  SystemCalls system;
-
- private:
   void receive() {
     reader.stop();
     if (!reader.open("/dev/rx")) return;
@@ -170,12 +156,14 @@ class Scenario {
     reader.receive_data();
   }
 
+  Transcript calls;
+  SystemCalls system{calls};
   const IpcSignal start{0, 0, 0, std::vector<char>(8)}, signal{5, 0, 0, std::vector<char>(20, 'x')};
   std::array<char, 16 * 8> wire{};
   std::size_t written = 0;
   std::vector<char> received;
   QueuePortWriter<8> writer;
-  QueuePortReader<8> reader;
+  QueuePortReader<8> reader{std::make_unique<Keeper>(received)};
   Systemd systemd;
   Systemd::ActiveState state{};
 };
@@ -198,7 +186,8 @@ class Faults : public testing::Test {
 
   /// Runs the scenario with the k-th call failing, for each k until the scenario makes fewer calls.
   void sweep(Countdown& countdown, bool for_ever) {
-    for (long k = 1; countdown.reached || k == 1; ++k) {
+    bool reached = true;
+    for (long k = 1; reached; ++k) {
       ASSERT_LT(k, 100'000) << "no end of calls";
       const long blocks_before = live_blocks;
       {
@@ -208,14 +197,14 @@ class Faults : public testing::Test {
           scenario.run();
         } catch (const std::bad_alloc&) {
         }
-        const bool reached = countdown.reached;
-        EXPECT_TRUE(scenario.works_again()) << "after the failure of call " << k;
+        reached = std::exchange(countdown, {}).reached;
+        scenario.run();
+        EXPECT_EQ(scenario.received, scenario.signal.data) << "after the failure of call " << k;
+        EXPECT_EQ(scenario.state, Systemd::ACTIVE_STATE_ACTIVE) << "after the failure of call " << k;
         EXPECT_LE(scenario.system.open_descriptors.size(), 2U) << "after the failure of call " << k;
-        countdown.reached = reached;
       }
       EXPECT_EQ(live_blocks, blocks_before) << "memory lost where call " << k << " fails";
     }
-    countdown = {};
     EXPECT_TRUE(soon([this] { return open_descriptors() == descriptors; })) << open_descriptors() << " descriptors";
   }
 

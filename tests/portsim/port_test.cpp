@@ -35,39 +35,30 @@ std::uint32_t number(const char* variable, std::uint32_t usual) {
   return asked == nullptr ? usual : static_cast<std::uint32_t>(std::strtoul(asked, nullptr, 10));
 }
 
+/// The status of a process, once it has ended.
+int ended(pid_t child) {
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 /// keltipc-portsim as it runs.
-class Port {
- public:
+struct Port {
   explicit Port(const std::string& options = "", const std::string& suffix = "")
       : path(testing::TempDir() + "port." + std::to_string(::getpid()) + suffix) {
-    const std::string command = "echo $$; exec " + std::string(std::getenv("KELTIPC_PORTSIM")) + " --backend " +
-                                backend + " " + options + " " + path + " 2>&1";
-    output = ::popen(command.c_str(), "re");
-    process = std::stoi(line());
-    if (const std::string said = line(); said.find("is a loop-back port") == std::string::npos)
-      throw std::runtime_error(said);
+    const std::string command =
+        "exec " + std::string(std::getenv("KELTIPC_PORTSIM")) + " --backend " + backend + " " + options + " " + path;
+    process = ::fork();
+    if (process == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
+    if (!soon([this] { return ::access(path.c_str(), F_OK) == 0; })) throw std::runtime_error(command);
   }
-  ~Port() { end(); }
   Port(const Port&) = delete;
-  Port& operator=(const Port&) = delete;
-
-  void end() {
-    if (output == nullptr) return;
+  ~Port() {
     ::kill(process, SIGTERM);
-    while (!line().empty()) continue;
-    EXPECT_EQ(::pclose(std::exchange(output, nullptr)), 0);
+    EXPECT_EQ(ended(process), 0);
   }
 
   const std::string path;
-
- private:
-  std::string line() {
-    std::string result;
-    for (int c = std::fgetc(output); c != EOF && c != '\n'; c = std::fgetc(output)) result += static_cast<char>(c);
-    return result;
-  }
-
-  FILE* output;
   pid_t process;
 };
 
@@ -83,13 +74,6 @@ pid_t elsewhere(Act act) {
     return word == "S" || word == "Z";
   }));
   return child;
-}
-
-/// What the act gave.
-int ended(pid_t child) {
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 template <std::size_t N>
@@ -109,8 +93,7 @@ void passes(const Traffic& traffic) {
   SCOPED_TRACE(N);
   const Port port("--frame " + std::to_string(N + 8));
   std::uint32_t came = 0;
-  QueuePortReader<N> reader(nullptr);
-  reader.set_consumer(std::make_unique<TrafficChecker>(traffic, came, [&] { reader.stop(); }));
+  QueuePortReader<N> reader(std::make_unique<TrafficChecker>(traffic, came, [&] { reader.stop(); }));
   ASSERT_TRUE(reader.open(port.path));
   const pid_t sender = elsewhere([&] { return send_all<N>(port.path, traffic) ? 0 : 1; });
   reader.receive_data();
@@ -119,23 +102,21 @@ void passes(const Traffic& traffic) {
 }
 
 TEST(APort, PassesSignalsBetweenTwoProcessesWholeAndInOrder) {
-  const std::uint32_t longest = is_cuse ? 200 : 2'000;
-  passes<8>({number("KELTIPC_TRAFFIC", 500), 1, longest});
-  passes<24>({number("KELTIPC_TRAFFIC", 500), 1, longest});
+  const Traffic usual{number("KELTIPC_TRAFFIC", 500), 1, is_cuse ? 200U : 2'000U};
+  passes<8>(usual);
+  passes<24>(usual);
   if (!is_cuse) return;
   passes<8>({1, 65'535, 65'535});
   passes<24>({1, 65'535, 65'535});
   passes<4088>({number("KELTIPC_TRAFFIC", 2'000), 1, 65'535});
 }
 
-struct Left {};
-
 /// Takes signals with rising identifiers, each behind the one before, and leaves the loop at `enough`.
 struct Counter : IDataConsumer<IpcSignal> {
   void consume(IpcSignal&& signal) override {
     EXPECT_TRUE(signal.signal_id == last + 1 || last == 0) << signal.signal_id << " behind " << last;
     last = signal.signal_id;
-    if (last >= enough) throw Left{};
+    if (last >= enough) throw *this;
   }
 
   std::uint32_t last = 0;
@@ -182,7 +163,7 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
     EXPECT_TRUE(reader.open(path));
     // The second signal from here on goes through a port that the writer has looked at anew.
     counter->enough = sent + 2;
-    EXPECT_THROW(reader.receive_data(), Left);
+    EXPECT_THROW(reader.receive_data(), Counter);
     if (removal == 0) descriptors = open_descriptors();
   }
   EXPECT_EQ(open_descriptors(), descriptors);
