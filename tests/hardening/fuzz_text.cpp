@@ -14,13 +14,10 @@
 namespace keltipc {
 namespace {
 
-std::string print(const std::vector<char>& payload) {
-  std::string text;
-  append_payload(text, payload);
-  return text;
-}
 std::string print(const SignalText& signal) {
-  return to_hex(signal.word) + "#" + (signal.file.empty() ? print(signal.payload) : "@" + signal.file);
+  std::string text = to_hex(signal.word) + "#";
+  append_payload(text, signal.payload);
+  return signal.file.empty() ? text : text + "@" + signal.file;
 }
 std::string print(const FilteredDevice& filtered) {
   std::string text = filtered.device;
@@ -28,18 +25,16 @@ std::string print(const FilteredDevice& filtered) {
   return text;
 }
 std::string print(const LogRecord& record) {
-  const bool is_there = !to_json_line(record).empty() && !utc_text(record.time).empty();
-  return is_there ? to_log_line(record) : "";
+  return to_json_line(record).empty() || utc_text(record.time).empty() ? "" : to_log_line(record);
 }
 std::string print(const FrameStart& start) { return to_hex(start.id) + "=" + to_hex(start.stamp); }
-std::string print(std::uint32_t id) { return to_hex(id); }
 
-template <typename Refusal, typename Parse>
+template <typename Parse>
 void comes_back(std::string_view text, Parse parse) {
   std::string printed;
   try {
     printed = print(parse(text));
-  } catch (const Refusal&) {
+  } catch (const InputError&) {
     return;
   }
   if (print(parse(printed)) != printed) std::abort();
@@ -47,10 +42,9 @@ void comes_back(std::string_view text, Parse parse) {
 
 /// Never back in time, and behind a start frame.
 void is_sendable(const std::string& text) {
-  constexpr std::uint32_t start_id = 0x10;
   std::istringstream log(text);
-  const std::vector<Outgoing> plan = plan_replay(log, start_id);
-  if (!plan.empty() && plan.front().signal.signal_id != start_id) std::abort();
+  const std::vector<Outgoing> plan = plan_replay(log, 0x10);
+  if (!plan.empty() && plan.front().signal.signal_id != 0x10) std::abort();
   for (const Outgoing& next : plan) {
     if (next.pause.count() < 0) std::abort();
   }
@@ -72,12 +66,10 @@ void stays_one_word(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using namespace keltipc;
   const std::string text(reinterpret_cast<const char*>(bytes), size);
-  comes_back<InputError>(text, parse_signal_text);
-  comes_back<InputError>(text, parse_filtered_device);
-  comes_back<InputError>(text, parse_log_line);
-  comes_back<InputError>(text, parse_frame_start);
-  comes_back<InputError>(text, parse_frame_start_id);
-  comes_back<BadText>(text, parse_payload);
+  comes_back(text, parse_signal_text);
+  comes_back(text, parse_filtered_device);
+  comes_back(text, parse_log_line);
+  comes_back(text, parse_frame_start);
   stays_one_word(text);
   try {
     is_sendable(text);
