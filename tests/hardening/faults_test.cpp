@@ -116,14 +116,7 @@ struct Keeper : IDataConsumer<IpcSignal> {
   std::vector<char>& bytes;
 };
 
-/// As a manager does it, of a unit that is active.
-int answer_well(sd_bus_message* call) {
-  return std::strcmp(sd_bus_message_get_member(call), "Get") == 0
-             ? sd_bus_reply_method_return(call, "v", "s", "active")
-             : sd_bus_reply_method_return(call, "o", "/unit/a");
-}
-
-/// Opens, sends, receives what was sent, and queries a unit.
+/// Opens, sends, receives what was sent, and queries and starts a unit.
 struct Scenario {
   Scenario() {
     system.silent = true;
@@ -143,6 +136,8 @@ struct Scenario {
     writer.open("/dev/tx") && writer.transmit_data(start) && writer.transmit_data(signal);
     receive();
     state = systemd.get_unit_activestate("a.service");
+    wants = systemd.list_unit_dependencies("a.service", "Wants");
+    started = systemd.start_unit("a.service");
   }
 
   void receive() {
@@ -166,6 +161,8 @@ struct Scenario {
   QueuePortReader<8> reader{std::make_unique<Keeper>(received)};
   Systemd systemd;
   Systemd::ActiveState state{};
+  std::vector<std::string> wants;
+  bool started = false;
 };
 
 /// Every line is built, and nobody reads it. What is made once, on first use, is made before anything fails.
@@ -201,6 +198,7 @@ class Faults : public testing::Test {
         scenario.run();
         EXPECT_EQ(scenario.received, scenario.signal.data) << "after the failure of call " << k;
         EXPECT_EQ(scenario.state, Systemd::ACTIVE_STATE_ACTIVE) << "after the failure of call " << k;
+        EXPECT_TRUE(scenario.wants.size() == 2 && scenario.started) << "after the failure of call " << k;
         EXPECT_LE(scenario.system.open_descriptors.size(), 2U) << "after the failure of call " << k;
       }
       EXPECT_EQ(live_blocks, blocks_before) << "memory lost where call " << k << " fails";

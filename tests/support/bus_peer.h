@@ -10,8 +10,34 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace ecu::vorn::ipc::test {
+
+/// The one unit that `answer_well` knows.
+struct ManagedUnit {
+  const char* path = "/unit/a";
+  const char* state = "active";
+  std::vector<const char*> wants = {"b.service", "", nullptr};
+};
+inline ManagedUnit managed;
+
+/// As a manager does it; every string property is the state.
+inline int answer_well(sd_bus_message* call) {
+  if (std::strcmp(sd_bus_message_get_member(call), "Get") != 0)
+    return sd_bus_reply_method_return(call, "o", managed.path);
+  const char* property = nullptr;
+  sd_bus_message_read(call, "ss", nullptr, &property);
+  if (std::strcmp(property, "Wants") != 0) return sd_bus_reply_method_return(call, "v", "s", managed.state);
+  sd_bus_message* reply = nullptr;
+  sd_bus_message_new_method_return(call, &reply);
+  sd_bus_message_open_container(reply, 'v', "as");
+  sd_bus_message_append_strv(reply, const_cast<char**>(managed.wants.data()));
+  sd_bus_message_close_container(reply);
+  sd_bus_send(nullptr, reply, nullptr);
+  sd_bus_message_unref(reply);
+  return 1;
+}
 
 /// The system bus while it lives, of whose calls `answer` makes what it likes: real sd-bus at both ends of a socket.
 class BusPeer {
