@@ -23,6 +23,9 @@ using ecu::vorn::ipc::test::Transcript;
 
 thread_local Transcript* notes = nullptr;  // null in the peer, and in what sd-bus calls of itself
 
+bool nameless = false;  // a failed call leaves its error empty
+sd_bus_error* filled(sd_bus_error* error) { return nameless ? nullptr : error; }
+
 struct Silence {
   ~Silence() { notes = before; }
   Transcript* const before = std::exchange(notes, nullptr);
@@ -68,19 +71,19 @@ int sd_bus_call_method(sd_bus* bus, const char* destination, const char* path, c
   va_end(arguments);
   return noted(joined({"call", destination, path, interface, member, types, words[0], words[1]}), [&] {
     const auto real = REAL(sd_bus_call_method);
-    return real(bus, destination, path, interface, member, error, reply, types, words[0], words[1]);
+    return real(bus, destination, path, interface, member, filled(error), reply, types, words[0], words[1]);
   });
 }
 int sd_bus_get_property_string(sd_bus* bus, const char* destination, const char* path, const char* interface,
                                const char* member, sd_bus_error* error, char** value) {
   return noted(joined({"get", destination, path, interface, member}), [&] {
-    return REAL(sd_bus_get_property_string)(bus, destination, path, interface, member, error, value);
+    return REAL(sd_bus_get_property_string)(bus, destination, path, interface, member, filled(error), value);
   });
 }
 int sd_bus_get_property_strv(sd_bus* bus, const char* destination, const char* path, const char* interface,
                              const char* member, sd_bus_error* error, char*** array) {
   return noted(joined({"get", destination, path, interface, member}), [&] {
-    return REAL(sd_bus_get_property_strv)(bus, destination, path, interface, member, error, array);
+    return REAL(sd_bus_get_property_strv)(bus, destination, path, interface, member, filled(error), array);
   });
 }
 
@@ -129,10 +132,12 @@ int empty(sd_bus_message* call) { return sd_bus_reply_method_return(call, ""); }
 const struct Fault {
   BusPeer::Answer answer;
   const char* end_of_line;
+  bool is_nameless = false;
   const char* timeout = "20s";
-} faults[] = {{refuse, "org.example.No: not today, -error"},
+} faults[] = {{[](auto*) { return 1; }, "org.freedesktop.DBus.Error.", false, "100ms"},
+              {refuse, "org.example.No: not today, -error"},
               {refuse_silently, "org.example.Silent: , -error"},
-              {[](auto*) { return 1; }, "org.freedesktop.DBus.Error.", "100ms"}};
+              {refuse, ", -error", true}};
 
 struct SystemdCalls : testing::Test {
   ~SystemdCalls() override {
@@ -162,10 +167,11 @@ struct SystemdCalls : testing::Test {
   void expect_failures(const Call& call, const std::string& asked, const std::string& line, const std::string& end) {
     for (const Fault& fault : faults) {
       ::setenv("SYSTEMD_BUS_TIMEOUT", fault.timeout, 1);
+      nameless = fault.is_nameless;
       const std::string begin = "bus, " + asked + ", ERROR " + line + fault.end_of_line;
       EXPECT_THAT(trace(fault.answer, call), testing::AllOf(StartsWith(begin), EndsWith(", " + end)));
     }
-    ::setenv("SYSTEMD_BUS_TIMEOUT", "20s", 1);
+    nameless = false;
     BusPeer::is_reachable(false);
     EXPECT_EQ(trace(answer_well, call),
               "bus, CRITICAL Unable to retrieve connection to DBus system bus: Connection refused, " +
