@@ -90,6 +90,9 @@ TEST_F(AReader, HandsTheOldBytesOnWhereAReadFailsOrIsShort) {
   ASSERT_TRUE(reader.open("/dev/rx"));
   EXPECT_EQ(receive("usauh"), start("FALSE") + nothing_yet + nothing_yet + a + a + frame +
                                   "DEBUG Consume signal: 6; 06: 00, 1f { 61 }; " + failed);
+  reader.set_frame_start_id(0);
+  EXPECT_THAT(receive("ua"), testing::HasSubstr(nothing_yet + frame + "DEBUG Consume signal: 5; 05: 03, 0 { 61 }; "))
+      << "the first has zeros to begin with";
 }
 
 TEST_F(AReader, ReopenedInsideConsumeReadsFromTheNewDescriptorButPollsTheOld) {

@@ -47,9 +47,8 @@ TYPED_TEST_SUITE(AWriter, PayloadSizes, );
 TYPED_TEST(AWriter, WritesOneFrameAChunkWhateverTheWritesReturn) {
   constexpr std::size_t n = TypeParam::value;
   ASSERT_TRUE(this->writer.open("/dev/tx"));
-  ssize_t results[] = {0, -1, 3};
-  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, n - 1, n, n + 1, 2 * n, std::size_t{65535},
-                                 std::size_t{70000}, 65537 * std::size_t{8}}) {
+  const ssize_t results[] = {0, -1, 3};
+  for (const std::size_t size : std::vector<std::size_t>{0, 1, n - 1, n, n + 1, 2 * n, 65535, 70000, 65537 * 8}) {
     IpcSignal signal{0xF0001234, 9, 9, std::vector<char>(size)};
     for (std::size_t i = 0; i < size; ++i) signal.data[i] = static_cast<char>(i * 7 + i / 251 + 1);
     const auto frames = cut<n>(signal);
@@ -61,8 +60,7 @@ TYPED_TEST(AWriter, WritesOneFrameAChunkWhateverTheWritesReturn) {
     this->calls.written.clear();
     this->calls.write_result = results[size % 3];
     EXPECT_TRUE(this->writer.transmit_data(signal));
-    EXPECT_TRUE(this->happened == expected) << "calls and lines for size " << size;
-    EXPECT_TRUE(this->calls.written == frames) << "frames for size " << size;
+    EXPECT_TRUE(this->happened == expected && this->calls.written == frames) << "for size " << size;
   }
 }
 

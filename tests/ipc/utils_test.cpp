@@ -20,8 +20,7 @@ TEST(AQueuingPort, IsALiveCharacterDeviceByItsPathAndByItsDescriptor) {
     std::string path;
     bool is_device;
     int error;
-  } cases[] = {{"/dev/null", true, 42},
-               {folder / "link", true, 42},
+  } cases[] = {{folder / "link", true, 42},
                {"", false, ENOENT},
                {folder, false, 42},
                {"/proc/self/exe", false, 42},

@@ -32,7 +32,7 @@ TYPED_TEST(OpeningAPort, ClosesTheOneBeforeAndTakesUpTo120AttemptsEachFollowedBy
                {0, 3, S_IFCHR, 3},     {0, 119, S_IFCHR, 119}, {0, 120, S_IFCHR, 120}};
   const std::string queue = TypeParam::queue, open_call = std::string("open(/dev/port, ") + TypeParam::flags + ")";
   for (const auto& one : cases) {
-    Transcript happened, expected = {"DEBUG Open " + queue, TypeParam::closing, "close(1000)"};
+    Transcript happened;
     const RecordedLog log(happened, TypeParam::module);
     SystemCalls calls(happened);
     const bool opens = one.failures < 120;
@@ -44,9 +44,9 @@ TYPED_TEST(OpeningAPort, ClosesTheOneBeforeAndTakesUpTo120AttemptsEachFollowedBy
       calls.failing_opens = one.failing_opens;
       calls.path_mode = one.mode;
       EXPECT_EQ(port.open("/dev/port"), opens);
-      EXPECT_EQ(calls.open_descriptors, opens ? std::set<int>{1001} : std::set<int>{});
     }
     EXPECT_TRUE(calls.open_descriptors.empty()) << "a port that goes closes its descriptor";
+    Transcript expected = {"DEBUG Open " + queue, TypeParam::closing, "close(1000)"};
     for (unsigned int i = 0; i < one.failures; ++i) {
       expected.emplace_back("stat(/dev/port)");
       if (one.failing_opens != 0) expected.push_back(open_call);
