@@ -125,7 +125,7 @@ struct Scenario {
       std::memcpy(wire.data() + size * written++, bytes, size);
     };
     system.fault = [](const char* call, long& result) {
-      result = std::strcmp(call, "read") == 0 || std::strcmp(call, "write") == 0 ? short_result : -1;
+      result = std::strncmp(call, "read", 4) == 0 || std::strncmp(call, "write", 5) == 0 ? short_result : -1;
       return fails();
     };
   }

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 
 namespace ecu::vorn::ipc::utils {
@@ -40,16 +39,6 @@ TEST(AQueuingPort, IsALiveCharacterDeviceByItsPathAndByItsDescriptor) {
   errno = 42;
   EXPECT_FALSE(is_queuing_port_ok(-1));
   EXPECT_EQ(errno, 42) << "a negative descriptor needs no system call";
-}
-
-TEST(AQueuingPort, IsNoneAnyLongerWhenItsNodeHasGone) {
-  const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_EQ(::unlockpt(master), 0);
-  const int slave = ::open(::ptsname(master), O_RDWR | O_NOCTTY);
-  EXPECT_TRUE(is_queuing_port_ok(slave));
-  ::close(master);
-  EXPECT_FALSE(is_queuing_port_ok(slave)) << "closing the master takes the slave's name away";
-  ::close(slave);
 }
 
 }  // namespace

@@ -62,8 +62,6 @@ class BusPeer {
     serving.join();
     ::close(listener);
   }
-  BusPeer(const BusPeer&) = delete;
-  BusPeer& operator=(const BusPeer&) = delete;
 
   static void is_reachable(bool reachable) {
     const std::string name = (reachable ? "keltipc-test-" : "keltipc-nowhere-") + std::to_string(::getpid());

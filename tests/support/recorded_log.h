@@ -26,8 +26,6 @@ class RecordedLog {
     logging::set_sink({});
     logging::set_log_level(level_before);
   }
-  RecordedLog(const RecordedLog&) = delete;
-  RecordedLog& operator=(const RecordedLog&) = delete;
 
  private:
   int level_before;

@@ -35,23 +35,23 @@ int fail(int error) {
   return -1;
 }
 
-/// Whether the call under way is one that `fault` picks.
-bool fails(const char* call, long& result) { return now().fault && now().fault(call, result); }
-
-}  // namespace
-
-SystemCalls::SystemCalls(Transcript& transcript) : notes(transcript) { current = this; }
-SystemCalls::~SystemCalls() { current = nullptr; }
-
-void SystemCalls::note(const char* format, ...) {
-  if (silent) return;
+/// Whether the call under way is one that `fault` picks. Notes one that is not.
+[[gnu::format(printf, 2, 3)]] bool fails(long& result, const char* format, ...) {
+  if (now().fault && now().fault(format, result)) return true;
+  if (now().silent) return false;
   char text[120];
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  notes.emplace_back(text);
+  now().notes.emplace_back(text);
+  return false;
 }
+
+}  // namespace
+
+SystemCalls::SystemCalls(Transcript& transcript) : notes(transcript) { current = this; }
+SystemCalls::~SystemCalls() { current = nullptr; }
 
 }  // namespace ecu::vorn::ipc::test
 
@@ -64,8 +64,7 @@ extern "C" {
 
 int stat(const char* path, struct stat* record) noexcept {
   if (!is_ours(path)) return ::fstatat(AT_FDCWD, path, record, 0);
-  if (long result = 0; fails("stat", result)) return static_cast<int>(result);
-  now().note("stat(%s)", path);
+  if (long result = 0; fails(result, "stat(%s)", path)) return static_cast<int>(result);
   if (now().sleeps < now().appears_after_sleeps) return fail(ENOENT);
   record->st_mode = now().path_mode;
   return 0;
@@ -73,8 +72,7 @@ int stat(const char* path, struct stat* record) noexcept {
 
 int fstat(int fd, struct stat* record) noexcept {
   if (!is_ours(fd) && !is_paired()) return ::fstatat(fd, "", record, AT_EMPTY_PATH);
-  if (long result = 0; fails("fstat", result)) return static_cast<int>(result);
-  now().note("fstat(%d)", fd);
+  if (long result = 0; fails(result, "fstat(%d)", fd)) return static_cast<int>(result);
   record->st_mode = now().path_mode;
   record->st_nlink = now().links;
   return 0;
@@ -82,8 +80,8 @@ int fstat(int fd, struct stat* record) noexcept {
 
 int open(const char* path, int flags, ...) {
   if (!is_ours(path)) return ::openat(AT_FDCWD, path, flags, 0600);
-  if (long result = 0; fails("open", result)) return static_cast<int>(result);
-  now().note("open(%s, 0x%x)", path, static_cast<unsigned int>(flags));
+  if (long result = 0; fails(result, "open(%s, 0x%x)", path, static_cast<unsigned int>(flags)))
+    return static_cast<int>(result);
   if (now().failing_opens > 0 && now().failing_opens-- > 0) return fail(EBUSY);
   if (is_paired()) return ::dup(now().message_pair[(flags & O_ACCMODE) == O_WRONLY ? 0 : 1]);
   now().links = 1;
@@ -93,9 +91,9 @@ int open(const char* path, int flags, ...) {
 
 int nanosleep(const timespec* time, timespec* rest) {
   if (current == nullptr) return ::clock_nanosleep(CLOCK_REALTIME, 0, time, rest) == 0 ? 0 : -1;
-  if (long result = 0; fails("nanosleep", result)) return static_cast<int>(result);
-  now().note("nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec), static_cast<long>(time->tv_nsec),
-             rest == nullptr ? "null" : "rest");
+  if (long result = 0; fails(result, "nanosleep(%lld.%09ld, %s)", static_cast<long long>(time->tv_sec),
+                             static_cast<long>(time->tv_nsec), rest == nullptr ? "null" : "rest"))
+    return static_cast<int>(result);
   ++now().sleeps;
   return 0;
 }
@@ -105,8 +103,9 @@ int poll_ports(pollfd* ports, nfds_t count, int timeout) __asm__("poll");
 int poll_ports(pollfd* ports, nfds_t count, int timeout) {
   const timespec limit{timeout / 1000, timeout % 1000 * 1'000'000L};
   if (!is_ours(ports->fd)) return ::ppoll(ports, count, timeout < 0 ? nullptr : &limit, nullptr);
-  if (long result = 0; fails("poll", result)) return static_cast<int>(result);
-  now().note("poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout);
+  if (long result = 0;
+      fails(result, "poll(%d:%d, %d, %d)", ports->fd, ports->events, static_cast<int>(count), timeout))
+    return static_cast<int>(result);
   if (now().events.empty()) return fail(EINTR);
   const SystemCalls::Event event = std::move(now().events.front());
   now().events.pop_front();
@@ -119,8 +118,7 @@ int poll_ports(pollfd* ports, nfds_t count, int timeout) {
 ssize_t read(int fd, void* buffer, size_t size) {
   iovec whole{buffer, size};
   if (!is_ours(fd)) return ::readv(fd, &whole, 1);
-  if (long result = 0; fails("read", result)) return result;
-  now().note("read(%d, %d)", fd, static_cast<int>(size));
+  if (long result = 0; fails(result, "read(%d, %d)", fd, static_cast<int>(size))) return result;
   const std::string& bytes = now().arrived;
   std::memcpy(buffer, bytes.data(), std::min(size, bytes.size()));
   return bytes.empty() ? fail(EIO) : static_cast<ssize_t>(bytes.size());
@@ -129,19 +127,14 @@ ssize_t read(int fd, void* buffer, size_t size) {
 ssize_t write(int fd, const void* buffer, size_t size) {
   iovec whole{const_cast<void*>(buffer), size};
   if (!is_ours(fd)) return ::writev(fd, &whole, 1);
-  if (long result = 0; fails("write", result)) return result;
-  now().note("write(%d, %d)", fd, static_cast<int>(size));
-  if (now().on_write) {
-    now().on_write(buffer, size);
-  } else {
-    now().written.emplace_back(static_cast<const char*>(buffer), size);
-  }
+  if (long result = 0; fails(result, "write(%d, %d)", fd, static_cast<int>(size))) return result;
+  now().on_write(static_cast<const char*>(buffer), size);
   return now().write_result == 0 ? static_cast<ssize_t>(size) : now().write_result;
 }
 
 int close(int fd) {
   if (!is_ours(fd)) return static_cast<int>(::syscall(SYS_close, fd));
-  now().note("close(%d)", fd);
+  if (!now().silent) now().notes.push_back("close(" + std::to_string(fd) + ")");
   return now().open_descriptors.erase(fd) == 1 ? 0 : fail(EBADF);
 }
 

@@ -19,8 +19,6 @@ namespace ecu::vorn::ipc::test {
 struct SystemCalls {
   explicit SystemCalls(Transcript& transcript);
   ~SystemCalls();
-  SystemCalls(const SystemCalls&) = delete;
-  SystemCalls& operator=(const SystemCalls&) = delete;
 
   // What opening meets.
   unsigned int appears_after_sleeps = 0;
@@ -38,10 +36,12 @@ struct SystemCalls {
   void deliver(const std::string& bytes) { events.push_back({bytes, 1, {}}); }
 
   std::vector<std::string> written;
-  std::function<void(const void* bytes, std::size_t size)> on_write;  ///< takes them in place of `written`
-  ssize_t write_result = 0;                                           ///< 0: as many bytes as asked for
+  std::function<void(const char*, std::size_t)> on_write = [this](auto bytes, auto n) {
+    written.emplace_back(bytes, n);
+  };
+  ssize_t write_result = 0;  ///< 0: as many bytes as asked for
 
-  /// Asked first in each call: true for one that fails, with `result` and `errno` set.
+  /// Asked first in each call, which `call` begins with: true for one that fails, with `result` and `errno` set.
   std::function<bool(const char* call, long& result)> fault;
   bool silent = false;  ///< notes nothing, so that nothing here takes time or memory
 
@@ -51,7 +51,6 @@ struct SystemCalls {
     int ready;
     std::function<void()> meanwhile;
   };
-  [[gnu::format(printf, 2, 3)]] void note(const char* format, ...);
   Transcript& notes;
   std::deque<Event> events;
   std::string arrived;
