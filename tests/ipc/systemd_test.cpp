@@ -32,11 +32,11 @@ struct Silence {
   Transcript* const before = std::exchange(notes, nullptr);
 };
 
-template <typename Call>
-auto noted(const std::string& what, const Call& pass_on) {
+template <typename Function, typename... Arguments>
+auto noted(const std::string& what, Function pass_on, Arguments... arguments) {
   if (notes != nullptr) notes->push_back(what);
   const Silence silence;
-  return pass_on();
+  return pass_on(arguments...);
 }
 
 #define REAL(function) reinterpret_cast<decltype(&(function))>(::dlsym(RTLD_NEXT, #function))
@@ -51,17 +51,11 @@ std::string joined(std::initializer_list<const char*> words) {
 
 extern "C" {
 
-int sd_bus_default_system(sd_bus** bus) {
-  return noted("bus", [&] { return REAL(sd_bus_default_system)(bus); });
-}
-sd_bus* sd_bus_unref(sd_bus* bus) {
-  return noted("-bus", [&] { return REAL(sd_bus_unref)(bus); });
-}
+int sd_bus_default_system(sd_bus** bus) { return noted("bus", REAL(sd_bus_default_system), bus); }
+sd_bus* sd_bus_unref(sd_bus* bus) { return noted("-bus", REAL(sd_bus_unref), bus); }
+void sd_bus_error_free(sd_bus_error* error) { noted("-error", REAL(sd_bus_error_free), error); }
 sd_bus_message* sd_bus_message_unref(sd_bus_message* reply) {
-  return noted("-reply", [&] { return REAL(sd_bus_message_unref)(reply); });
-}
-void sd_bus_error_free(sd_bus_error* error) {
-  noted("-error", [&] { REAL(sd_bus_error_free)(error); });
+  return noted("-reply", REAL(sd_bus_message_unref), reply);
 }
 int sd_bus_call_method(sd_bus* bus, const char* destination, const char* path, const char* interface,
                        const char* member, sd_bus_error* error, sd_bus_message** reply, const char* types, ...) {
@@ -70,22 +64,19 @@ int sd_bus_call_method(sd_bus* bus, const char* destination, const char* path, c
   va_start(arguments, types);
   for (std::size_t i = 0; types[i] != '\0'; ++i) words[i] = va_arg(arguments, const char*);
   va_end(arguments);
-  return noted(joined({"call", destination, path, interface, member, types, words[0], words[1]}), [&] {
-    const auto real = REAL(sd_bus_call_method);
-    return real(bus, destination, path, interface, member, filled(error), reply, types, words[0], words[1]);
-  });
+  return noted(joined({"call", destination, path, interface, member, types, words[0], words[1]}),
+               REAL(sd_bus_call_method), bus, destination, path, interface, member, filled(error), reply, types,
+               words[0], words[1]);
 }
 int sd_bus_get_property_string(sd_bus* bus, const char* destination, const char* path, const char* interface,
                                const char* member, sd_bus_error* error, char** value) {
-  return noted(joined({"get", destination, path, interface, member}), [&] {
-    return REAL(sd_bus_get_property_string)(bus, destination, path, interface, member, filled(error), value);
-  });
+  return noted(joined({"get", destination, path, interface, member}), REAL(sd_bus_get_property_string), bus,
+               destination, path, interface, member, filled(error), value);
 }
 int sd_bus_get_property_strv(sd_bus* bus, const char* destination, const char* path, const char* interface,
                              const char* member, sd_bus_error* error, char*** array) {
-  return noted(joined({"get", destination, path, interface, member}), [&] {
-    return REAL(sd_bus_get_property_strv)(bus, destination, path, interface, member, filled(error), array);
-  });
+  return noted(joined({"get", destination, path, interface, member}), REAL(sd_bus_get_property_strv), bus,
+               destination, path, interface, member, filled(error), array);
 }
 
 // Sanitizers bring one of their own, and look for what is lost or used too late.
@@ -178,12 +169,27 @@ struct SystemdCalls : testing::Test {
     EXPECT_TRUE(soon([this] { return open_descriptors() == descriptors; })) << "the library keeps a connection";
   }
 
-  /// What a call does and logs, in order, and behind "=> " what it gives.
+  void do_as_the_table_says(const std::string& line) {
+    std::smatch row;
+    ASSERT_TRUE(std::regex_match(line, row, std::regex(R"((\w+) ?(.*?) \| (says )?(.*?) \| (.*))"))) << line;
+    const std::string argument = row[2], word = row[4];
+    const Answer& answer = answers.at(row[3].matched ? "well" : word);
+    managed = answer.unit;
+    if (row[3].matched) managed.state = word.c_str();
+    nameless = answer.is_nameless;
+    ::setenv("SYSTEMD_BUS_TIMEOUT", answer.timeout, 1);
+    BusPeer::is_reachable(answer.is_reachable);
+    peer.answer = answer.answer;
+    const std::string found = trace(calls.at(row[1]), argument);
+    const std::string expected =
+        sees_free ? row[5].str() : std::regex_replace(row[5].str(), std::regex("-free, "), "");
+    EXPECT_EQ(::fnmatch(expected.c_str(), found.c_str(), 0), 0) << line << "\n" << found;
+  }
+
   template <typename Call>
-  std::string trace(BusPeer::Answer answer, const Call& call, const std::string& argument) {
+  std::string trace(const Call& call, const std::string& argument) {
     std::string all, result = "bad_alloc";
     done.clear();
-    peer.answer = answer;
     notes = &done;
     try {
       result = call(systemd, argument);
@@ -193,24 +199,6 @@ struct SystemdCalls : testing::Test {
     notes = nullptr;
     for (const std::string& one : done) all += one + ", ";
     return all + "=> " + result;
-  }
-
-  void do_as_the_table_says(const std::string& line) {
-    std::smatch row;
-    ASSERT_TRUE(std::regex_match(line, row, std::regex(R"((\w+) ?(.*?) \| (.*?) \| (.*))"))) << line;
-    const std::string argument = row[2], name = row[3],
-                      expected =
-                          sees_free ? row[4].str() : std::regex_replace(row[4].str(), std::regex("-free, "), "");
-    const bool says = name.substr(0, 5) == "says ";
-    const std::string word = says ? name.substr(5) : "";
-    const Answer& answer = answers.at(says ? "well" : name);
-    managed = answer.unit;
-    if (says) managed.state = word.c_str();
-    nameless = answer.is_nameless;
-    ::setenv("SYSTEMD_BUS_TIMEOUT", answer.timeout, 1);
-    BusPeer::is_reachable(answer.is_reachable);
-    const std::string found = trace(answer.answer, calls.at(row[1]), argument);
-    EXPECT_EQ(::fnmatch(expected.c_str(), found.c_str(), 0), 0) << line << "\n" << found;
   }
 
   Transcript done;
@@ -223,10 +211,8 @@ struct SystemdCalls : testing::Test {
 TEST_F(SystemdCalls, DoAsTheTableSays) {
   std::ifstream table(KELTIPC_SYSTEMD_CALLS);
   int rows = 0;
-  for (std::string line; std::getline(table, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    do_as_the_table_says(line);
-    ++rows;
+  for (std::string line; std::getline(table, line); ++rows) {
+    if (!line.empty() && line[0] != '#') do_as_the_table_says(line);
   }
   EXPECT_GT(rows, 100);
 }
