@@ -52,6 +52,7 @@ void log_lines(const ecu::vorn::ipc::Logger& log) {
 
 TEST_F(Lines, AreWrittenUpToTheLogLevelAndFromWarningOnAlways) {
   using namespace ecu::vorn::ipc;
+  EXPECT_EQ(get_log_level(), 6) << "what it is to begin with";
   std::string levels;
   set_sink([&](int level, const auto&, const auto& text) {
     levels += std::to_string(level);

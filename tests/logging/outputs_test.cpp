@@ -30,7 +30,7 @@ TEST_F(StandardError, TakesALineInOneWriteInUtcWithControlCharactersEscaped) {
     std::string module, text, written;
   } const cases[] = {{7, "", "", "DEBUG : \n"},
                      {5, "a", "\u00c4 \u20ac \u00b5", "NOTICE a: \u00c4 \u20ac \u00b5\n"},
-                     {4, "a\n", "b\r\n\tc\x7f", "WARNING a\\x0a: b\\x0d\\x0a\\x09c\\x7f\n"},
+                     {4, "a\n", "b\r\n\t\x1f\x7f", "WARNING a\\x0a: b\\x0d\\x0a\\x09\\x1f\\x7f\n"},
                      {3, "a", "\x1b[2J \u009b \xc2", "ERROR a: \\x1b[2J \\xc2\\x9b \xc2\n"},
                      {2, "a", "b", "CRITICAL a: b\n"},
                      {6, "app.door", "opened", "INFO app.door: opened\n"}};

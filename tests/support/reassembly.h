@@ -36,14 +36,16 @@ class Reassembly {
     model.log = &modelled_lines;
   }
 
-  /// Takes a complete signal as the reader does, or does not and takes where there is none.
+  /// Takes a complete signal as the reader does, some a second time, or does not and takes where there is none.
   void process(const Step& step) {
     signal_t_dyn<N> frame = frame_of(step);
     processor.process(std::move(frame));
     model.process(frame);
     agree(static_cast<int>(processor.get_state()) == model.state(), "state");
     const bool as_the_reader = step.fill != 0xFF;
-    if ((model.state() == 3) == as_the_reader) take();
+    if ((model.state() == 3) != as_the_reader) return;
+    take();
+    if (step.fill % 4 == 1) take();
   }
 
   void compare_lines() {
