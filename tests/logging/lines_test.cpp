@@ -47,7 +47,7 @@ void write(_internal::LogStream& level, const std::shared_ptr<LogModule>& module
 /// The one way in which libkeltipc logs.
 template <typename... Levels>
 void log_lines(const ecu::vorn::ipc::Logger& log) {
-  (ecu::vorn::ipc::log_line<Levels>(log, "0x", ecu::vorn::ipc::FilledHex<2>{0xA}, ", ", 10U), ...);
+  (ecu::vorn::ipc::log_line<Levels>(log, "0x", ecu::vorn::ipc::FilledHex<2>{0xA}, ",", std::setw(4), 10U), ...);
 }
 
 TEST_F(Lines, AreWrittenUpToTheLogLevelAndFromWarningOnAlways) {
@@ -56,7 +56,7 @@ TEST_F(Lines, AreWrittenUpToTheLogLevelAndFromWarningOnAlways) {
   std::string levels;
   set_sink([&](int level, const auto&, const auto& text) {
     levels += std::to_string(level);
-    EXPECT_TRUE(text.empty() || text == "0x0a, 10") << text;
+    EXPECT_TRUE(text.empty() || text == "0x0a,  10") << text;
   });
   const std::string enabled[] = {"432", "432", "432", "432", "432", "5432", "65432", "765432"};
   for (int i = 0; i < 16; ++i, levels.clear()) {

@@ -4,6 +4,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 
@@ -47,6 +48,20 @@ TEST_F(StandardError, TakesALineInOneWriteInUtcWithControlCharactersEscaped) {
     EXPECT_EQ(fraction[4], 'Z') << "no milliseconds: " << line;
     EXPECT_EQ(next_write(), "") << "more than one write";
   }
+}
+
+static int troubles = 0;  // what the next writes meet: an interruption, then room for three bytes
+extern "C" ssize_t write(int fd, const void* bytes, size_t size) {
+  const iovec part{const_cast<void*>(bytes), troubles == 1 ? 3 : size};
+  if (troubles > 0 && troubles-- == 2) return errno = EINTR, -1;
+  return ::writev(fd, &part, 1);
+}
+
+TEST_F(StandardError, TakesTheRestOfALineWhereAWriteIsInterruptedOrCutShort) {
+  troubles = 2;
+  stderr_sink(3, "door", "jammed");
+  EXPECT_EQ(next_write().size(), 3U);
+  EXPECT_THAT(next_write(), ::testing::EndsWith("Z ERROR door: jammed\n"));
 }
 
 TEST_F(StandardError, ThatNobodyReadsCostsTheLineAndNotTheProcess) {
