@@ -84,6 +84,12 @@ TEST_F(APort, BringsManySignalsWholeAndInOrderAndMemoryAndDescriptorsStayFlat) {
 TEST(EightThreadsThatLog, GoOnWhileLevelSinkAndModulesChange) {
   const auto log = logging::module("races");
   std::atomic<int> taken{0}, working{8};
+  const auto sink = [&](int, const std::string&, const std::string& text) {
+    logging::DEBUG << log << "inside a sink";
+    logging::DEBUG.do_flush();
+    if (++taken % 7 == 0) throw std::runtime_error(text);
+  };
+  logging::set_sink(sink);
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&] {
@@ -96,11 +102,7 @@ TEST(EightThreadsThatLog, GoOnWhileLevelSinkAndModulesChange) {
     });
   }
   for (; working > 0; std::this_thread::yield()) {
-    logging::set_sink([&](int, const std::string&, const std::string& text) {
-      logging::DEBUG << log << "inside a sink";
-      logging::DEBUG.do_flush();
-      if (++taken % 7 == 0) throw std::runtime_error(text);
-    });
+    logging::set_sink(sink);
     logging::set_log_level(5 + taken % 2);
     log->enabled = !log->enabled;
   }

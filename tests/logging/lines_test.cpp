@@ -172,7 +172,7 @@ TEST_F(Lines, OfAForkedChildAreTakenWhateverOtherThreadsWereAt) {
   std::thread other([&] {
     while (!done) write(INFO, door, "busy");
   });
-  const auto log_in_time = [this] { ::alarm(5), write(INFO, door, "from the child"), ::_exit(0); };
+  const auto log_in_time = [this] { ::alarm(60), write(INFO, door, "from the child"), ::_exit(0); };
   for (int i = 0, status = -1; i < 20; ++i) {
     const pid_t child = ::fork();
     if (child == 0) log_in_time();

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -111,16 +112,18 @@ TEST(APort, PassesSignalsBetweenTwoProcessesWholeAndInOrder) {
   passes<4088>({number("KELTIPC_TRAFFIC", 2'000), 1, 65'535});
 }
 
+struct Enough {};
+
 /// Takes signals with rising identifiers, each behind the one before, and leaves the loop at `enough`.
 struct Counter : IDataConsumer<IpcSignal> {
   void consume(IpcSignal&& signal) override {
     EXPECT_TRUE(signal.signal_id == last + 1 || last == 0) << signal.signal_id << " behind " << last;
     last = signal.signal_id;
-    if (last >= enough) throw *this;
+    if (last >= enough) throw Enough();
   }
 
   std::uint32_t last = 0;
-  std::uint32_t enough = 0;
+  std::atomic<std::uint32_t> enough{0};
 };
 
 /// Another device under the same name, at once; the one of before has ended, or has lost its name.
@@ -154,7 +157,8 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
       EXPECT_TRUE(writer.transmit_data(sampling_frame_start()));
       EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, std::vector<char>(1 + sent % 40)}));
     }
-    reader.stop();
+    counter->enough = sent + 1;
+    EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, {'!'}}));
   });
   int descriptors = 0;
   for (std::uint32_t removal = 0; removal <= removals; ++removal) {
@@ -163,13 +167,13 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
     EXPECT_TRUE(reader.open(path));
     // The second signal from here on goes through a port that the writer has looked at anew.
     counter->enough = sent + 2;
-    EXPECT_THROW(reader.receive_data(), Counter);
+    EXPECT_THROW(reader.receive_data(), Enough);
     if (removal == 0) descriptors = open_descriptors();
   }
   EXPECT_EQ(open_descriptors(), descriptors);
   counter->enough = std::numeric_limits<std::uint32_t>::max();
   done = true;
-  reader.receive_data();
+  EXPECT_THROW(reader.receive_data(), Enough);
   sender.join();
   ::unlink(path.c_str());
   EXPECT_EQ(counter->last, sent);
@@ -180,6 +184,23 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
   std::printf("%u removals, %u signals sent, %d descriptors before and after\n", removals, sent.load(), descriptors);
 }
 
+/// A pseudo-terminal's messages are there a little later than they were sent, a CUSE device's at once.
+bool all_arrived(const std::string& path, const Traffic& traffic) {
+  if (is_cuse) return true;
+  IpcSignal signal = sampling_frame_start();
+  std::size_t frames = 1;
+  for (std::uint32_t n = 0; n < traffic.count; ++n) {
+    traffic.make(n, signal);
+    frames += (signal.data.size() + 7) / 8;
+  }
+  const int port = ::open(path.c_str(), O_RDONLY | O_NOCTTY);
+  int bytes = 0;
+  const bool arrived =
+      soon([&] { return ::ioctl(port, FIONREAD, &bytes) == 0 && bytes == static_cast<int>(16 * frames); });
+  ::close(port);
+  return arrived;
+}
+
 TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
   using std::chrono::steady_clock;
   const Traffic held{50, 1, 40};
@@ -187,7 +208,7 @@ TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
   std::uint32_t came = 0;
   steady_clock::time_point quiet_since;
   QueuePortReader<8> reader(std::make_unique<TrafficChecker>(held, came, [&] { quiet_since = steady_clock::now(); }));
-  ASSERT_TRUE(reader.open(port.path) && send_all<8>(port.path, held));
+  ASSERT_TRUE(reader.open(port.path) && send_all<8>(port.path, held) && all_arrived(port.path, held));
   reader.stop();
   reader.receive_data();
   EXPECT_EQ(came, held.count);
@@ -197,21 +218,35 @@ TEST(AStoppedReader, TakesAllThatAPortHoldsAndEndsOnceItIsQuiet) {
   std::printf("ended after %.3f s of quiet\n", quiet.count());
 }
 
-TEST(ALateDevice, IsOpenedAtTheNextAttempt) {
+/// Opens a device that appears after that time. False where the machine did something else when it mattered.
+bool opens_late_device(std::chrono::milliseconds after, Transcript& lines) {
+  using std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds slack(150);
   const std::string late = testing::TempDir() + "late." + std::to_string(::getpid());
-  Transcript lines;
   const RecordedLog log(lines, "ipc.queuereader", 6);
   QueuePortReader<8> reader(nullptr);
-  const auto began = std::chrono::steady_clock::now();
+  const auto began = steady_clock::now();
+  steady_clock::time_point made;
   std::thread maker([&] {
-    std::this_thread::sleep_until(began + std::chrono::milliseconds(2'800));
+    std::this_thread::sleep_until(began + after);
     EXPECT_EQ(::symlink("/dev/null", late.c_str()), 0);
+    made = steady_clock::now();
   });
   EXPECT_TRUE(reader.open(late));
-  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::seconds(3));
+  const auto opened = steady_clock::now();
   maker.join();
   ::unlink(late.c_str());
-  EXPECT_THAT(lines, testing::ElementsAre("INFO RX queue '" + late + "' opened (retries: 6)"));
+  return made < began + after + slack && opened > began + after && opened < began + std::chrono::seconds(3) + slack;
+}
+
+TEST(ALateDevice, IsOpenedAtTheNextAttempt) {
+  for (int trial = 0; trial < 5; ++trial) {
+    Transcript lines;
+    if (!opens_late_device(std::chrono::milliseconds(2'800), lines)) continue;
+    EXPECT_THAT(lines, testing::ElementsAre(testing::EndsWith("opened (retries: 6)")));
+    return;
+  }
+  FAIL() << "in five trials it was not opened within 3.15 s";
 }
 
 class ACuseDevice : public testing::Test {
