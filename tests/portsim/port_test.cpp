@@ -49,6 +49,7 @@ struct Port {
       : path(testing::TempDir() + "port." + std::to_string(::getpid()) + suffix) {
     const std::string command =
         "exec " + std::string(std::getenv("KELTIPC_PORTSIM")) + " --backend " + backend + " " + options + " " + path;
+    ::unlink(path.c_str());  // of a run that was killed
     process = ::fork();
     if (process == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
     if (!soon([this] { return ::access(path.c_str(), F_OK) == 0; })) throw std::runtime_error(command);
