@@ -154,12 +154,13 @@ TEST(APort, TakenAwayAndGivenBackWhileSignalsAreSentIsFoundAgainEachTime) {
   std::thread sender([&] {
     QueuePortWriter<8> writer;
     EXPECT_TRUE(writer.open(path));
-    while (!done) {
+    const auto send = [&] {
       EXPECT_TRUE(writer.transmit_data(sampling_frame_start()));
       EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, std::vector<char>(1 + sent % 40)}));
-    }
+    };
+    while (!done) send();
     counter->enough = sent + 1;
-    EXPECT_TRUE(writer.transmit_data({++sent, 0, 0, {'!'}}));
+    send();
   });
   int descriptors = 0;
   for (std::uint32_t removal = 0; removal <= removals; ++removal) {
