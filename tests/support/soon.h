@@ -8,8 +8,11 @@ namespace ecu::vorn::ipc::test {
 /// Waits until it holds, for up to half a minute: a machine that is emulated may be slow.
 template <typename Condition>
 bool soon(Condition holds) {
-  for (int i = 0; i < 1500 && !holds(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  return holds();
+  for (int i = 0; i < 1500; ++i) {
+    if (holds()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
 }
 
 }  // namespace ecu::vorn::ipc::test
