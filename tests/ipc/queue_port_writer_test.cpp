@@ -2,22 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-#include <new>
-
 #include "support/frames.h"
 #include "support/system_calls.h"
-
-static std::size_t allocations = 0;
-
-// Out of line: seen through, they look like a mismatch to GCC.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 
 namespace ecu::vorn::ipc::test {
 namespace {
@@ -92,15 +78,6 @@ TEST_F(AWriterOf32ByteFrames, KeepsThePathOfItsLastSuccessfulOpenAndSendsNothing
     EXPECT_EQ(happened.back(), "ERROR Failed to reopen the TX queue!");
     EXPECT_TRUE(calls.written.empty());
   }
-}
-
-TEST(SendingASignal, TakesNoMemory) {
-  QueuePortWriter<4088> writer;
-  ASSERT_TRUE(writer.open("/dev/null"));
-  const IpcSignal signal{5, 0, 0, std::vector<char>(65535)};
-  const std::size_t before = allocations;
-  EXPECT_TRUE(writer.transmit_data(signal));
-  EXPECT_EQ(allocations, before);
 }
 
 }  // namespace
