@@ -2,7 +2,7 @@ set(KELTIPC_TEST_SECONDS 120 CACHE STRING "What a test may take")
 
 # kelt_add_test(NAME SOURCES [SOURCES...] [LIBRARIES...] [LABELS...] [UNDER PROGRAM ARGS...])
 # One ctest entry a file: NAME_test.cpp becomes the entry NAME.
-#   LABELS target   the ARM machine runs it too
+#   LABELS machine   the ARM machine runs it too
 #   UNDER           what the test is started by
 function(kelt_add_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;LABELS;UNDER" ${ARGN})

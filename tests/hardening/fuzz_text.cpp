@@ -2,12 +2,12 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "text/filter.h"
-#include "text/hex.h"
-#include "text/input_error.h"
-#include "text/log_record.h"
-#include "text/replay_plan.h"
-#include "text/signal_text.h"
+#include "filter.h"
+#include "hex.h"
+#include "input_error.h"
+#include "log_record.h"
+#include "replay_plan.h"
+#include "signal_text.h"
 
 // Any text to every parser of the tools: what one takes comes back from its printed form as it was, and what it
 // refuses it refuses as it says.

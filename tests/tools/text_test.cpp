@@ -2,9 +2,9 @@
 
 #include <sstream>
 
-#include "text/hex.h"
-#include "text/log_record.h"
-#include "text/replay_plan.h"
+#include "hex.h"
+#include "log_record.h"
+#include "replay_plan.h"
 
 // What no session with the tool shows: the clock's digits, and for how long nothing is to be sent.
 namespace keltipc {

@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "text/escape.h"
+#include "escape.h"
 
 namespace keltipc {
 

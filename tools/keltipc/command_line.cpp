@@ -9,7 +9,7 @@
 #include "help.h"
 #include "send_command.h"
 #include "target_command.h"
-#include "text/escape.h"
+#include "escape.h"
 #include "unit_command.h"
 #include "whole_number.h"
 

@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "text/escape.h"
+#include "escape.h"
 
 namespace keltipc {
 namespace {

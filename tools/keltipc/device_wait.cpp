@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "common_options.h"
-#include "text/input_error.h"
+#include "input_error.h"
 
 namespace keltipc {
 namespace {

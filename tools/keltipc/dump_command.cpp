@@ -9,9 +9,9 @@
 #include "exit_status.h"
 #include "ipc/queue_port_reader.h"
 #include "signal_printer.h"
-#include "text/filter.h"
-#include "text/input_error.h"
-#include "text/signal_text.h"
+#include "filter.h"
+#include "input_error.h"
+#include "signal_text.h"
 #include "watch.h"
 
 namespace keltipc {

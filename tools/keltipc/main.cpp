@@ -6,7 +6,7 @@
 
 #include "command_line.h"
 #include "exit_status.h"
-#include "text/input_error.h"
+#include "input_error.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <memory>
 
-#include "text/hex.h"
-#include "text/input_error.h"
+#include "hex.h"
+#include "input_error.h"
 
 namespace keltipc {
 

@@ -14,8 +14,8 @@
 #include "ipc/queue_port_writer.h"
 #include "payload_file.h"
 #include "sender.h"
-#include "text/input_error.h"
-#include "text/signal_text.h"
+#include "input_error.h"
+#include "signal_text.h"
 
 namespace keltipc {
 namespace {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "common_options.h"
-#include "text/hex.h"
+#include "hex.h"
 
 namespace keltipc {
 namespace {

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "ipc/ipc_signal.h"
-#include "text/replay_plan.h"
+#include "replay_plan.h"
 
 namespace keltipc {
 

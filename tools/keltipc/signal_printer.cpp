@@ -4,7 +4,7 @@
 #include <sstream>
 #include <utility>
 
-#include "text/log_record.h"
+#include "log_record.h"
 
 namespace keltipc {
 namespace {

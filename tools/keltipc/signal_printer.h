@@ -7,7 +7,7 @@
 #include "ipc/data_consumer.h"
 #include "ipc/ipc_signal.h"
 #include "line_output.h"
-#include "text/filter.h"
+#include "filter.h"
 
 namespace keltipc {
 

@@ -6,8 +6,8 @@
 
 #include "common_options.h"
 #include "exit_status.h"
-#include "text/escape.h"
-#include "text/input_error.h"
+#include "escape.h"
+#include "input_error.h"
 #include "units.h"
 
 namespace keltipc {

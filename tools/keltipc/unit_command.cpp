@@ -7,7 +7,7 @@
 
 #include "common_options.h"
 #include "exit_status.h"
-#include "text/escape.h"
+#include "escape.h"
 #include "units.h"
 
 namespace keltipc {

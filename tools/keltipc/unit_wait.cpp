@@ -6,7 +6,7 @@
 
 #include "common_options.h"
 #include "exit_status.h"
-#include "text/escape.h"
+#include "escape.h"
 
 namespace keltipc {
 namespace {

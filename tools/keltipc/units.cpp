@@ -5,7 +5,7 @@
 
 #include "common_options.h"
 #include "logging/logging.h"
-#include "text/escape.h"
+#include "escape.h"
 
 namespace keltipc {
 namespace {

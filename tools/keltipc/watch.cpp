@@ -11,7 +11,7 @@
 
 #include "common_options.h"
 #include "stop_signals.h"
-#include "text/escape.h"
+#include "escape.h"
 
 namespace keltipc {
 namespace {

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Sourced: makes what the ARM machine boots, in build/target: vmlinuz, and initramfs from two archives that the kernel
+# Sourced: makes what the ARM machine boots, in build/machine: vmlinuz, and initramfs from two archives that the kernel
 # unpacks one over the other. base.cpio holds Debian's packages, cut down, and is made anew only when their list or this
 # file changes; tests.cpio holds the machine's own files and what the build made.
 
 make_base() {
   local out=$1 list=scripts/packages/armhf/machine.txt made_from
-  made_from=$(cat "$list" scripts/lib/target_image.sh | sha256sum)
+  made_from=$(cat "$list" machine/image.sh | sha256sum)
   if [[ -f $out/base.made-from && $(<"$out/base.made-from") == "$made_from" ]]; then
     printf '%s is up to date\n' "$out/base.cpio"
     return
@@ -53,7 +53,7 @@ make_bootable() {
 }
 
 # What run-tests runs. plan_tests BUILD_FOLDER [CTEST_ARGUMENT...]: the build's tests that are labelled for the machine.
-plan_tests() { ctest --test-dir "$1" --show-only=json-v1 -L '^target$' "${@:2}" | jq -r -f scripts/target/plan.jq; }
+plan_tests() { ctest --test-dir "$1" --show-only=json-v1 -L '^machine$' "${@:2}" | jq -r -f machine/plan.jq; }
 
 plan_soak() { printf 'entry alone soak %d none / /usr/lib/keltipc/soak %d\n' $(($1 + 480)) "$1"; }
 
@@ -63,8 +63,8 @@ make_tests() {
   shift 2
   rm -rf "$root"
   mkdir -p "$root" "$root/var/log"
-  cp -a scripts/target/rootfs/. "$root"
-  cp -a tests/target/units/. "$root/etc/systemd/system"
+  cp -a machine/rootfs/. "$root"
+  cp -a tests/machine/units/. "$root/etc/systemd/system"
   cp -a tests/units/. "$root/etc/systemd/system"
   install -D -m 644 -t "$root/etc/polkit-1/rules.d" examples/*.rules
   install -d "$root/root" "$root/home/app" "$root/run" "$root/tmp"

@@ -3,8 +3,8 @@
 #include <limits>
 
 #include "signal_text.h"
-#include "text/hex.h"
-#include "text/input_error.h"
+#include "hex.h"
+#include "input_error.h"
 
 namespace keltipc {
 namespace {

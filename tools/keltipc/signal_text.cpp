@@ -3,8 +3,8 @@
 #include <cstring>
 #include <limits>
 
-#include "text/hex.h"
-#include "text/input_error.h"
+#include "hex.h"
+#include "input_error.h"
 
 namespace keltipc {
 namespace {

@@ -8,9 +8,9 @@
 #include <limits>
 
 #include "signal_text.h"
-#include "text/escape.h"
-#include "text/hex.h"
-#include "text/input_error.h"
+#include "escape.h"
+#include "hex.h"
+#include "input_error.h"
 
 namespace keltipc {
 namespace {

@@ -6,8 +6,8 @@
 
 #include "log_record.h"
 #include "signal_text.h"
-#include "text/hex.h"
-#include "text/input_error.h"
+#include "hex.h"
+#include "input_error.h"
 
 namespace keltipc {
 namespace {
