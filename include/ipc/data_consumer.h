@@ -4,23 +4,22 @@
 
 namespace ecu::vorn::ipc {
 
-/// The application's end of the receiving side. Override what you need; only `consume` is a must.
+/// Receives the signals of a data source. Implemented by the application: only `consume` must be overridden.
 ///
-/// The source that it was handed to owns it. Every call comes on the thread that runs `receive_data`, one at a
-/// time, and holds up the receiving for as long as it takes. What a call throws ends `receive_data` and reaches
-/// its caller.
+/// The source that it was passed to owns it. Every call runs on the thread that runs `receive_data`, one at a time,
+/// and nothing is received meanwhile. An exception from a call ends `receive_data` and reaches its caller.
 template <typename Signal>
 class KELTIPC_EXPORT IDataConsumer {
  public:
   virtual ~IDataConsumer() = default;
 
-  /// A complete signal has come. It is yours to move from; it is gone when the call returns.
+  /// Called once for each complete signal. The consumer may move from it; it is destroyed after the call.
   virtual void consume(Signal&& signal) = 0;
 
-  /// The loop ends because a stop was asked for. Not called where it ends for another reason.
+  /// Called when the loop ends because of `stop`. Not called if it ends for another reason.
   virtual void on_finish() {}
 
-  /// The port has been quiet for 300 ms: once when the loop starts quiet, and once after each frame.
+  /// Called when the port has been quiet for 300 ms, once in each quiet period.
   virtual void on_timeout() {}
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Marks what libkeltipc offers; everything else in it is hidden.
+/// Marks the public names of libkeltipc; all other names are hidden.
 #define KELTIPC_EXPORT __attribute__((visibility("default")))
 
 /// Keeps a private member of an exported class out of the binary interface.

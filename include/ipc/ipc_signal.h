@@ -8,15 +8,15 @@
 
 namespace ecu::vorn::ipc {
 
-/// What travels through a queuing port: an identifier and up to 65535 bytes.
+/// A signal: an identifier and up to 65535 bytes, sent and received through a queuing port.
 ///
-/// A plain value: copy it, move it (moving takes the bytes along), fill it as an aggregate.
+/// A plain value: it can be copied, moved and initialised as an aggregate.
 struct KELTIPC_EXPORT IpcSignal {
-  /// Sending: all 32 bits go out as they are. Received: the low 28 bits.
+  /// Sending: all 32 bits are sent. Received: the low 28 bits.
   std::uint32_t signal_id;
-  /// Received: the top four bits of the last frame's first word, 0..15. Never sent as such.
+  /// Received: the top four bits of the identifier that was sent, 0..15. Ignored when sending.
   std::uint8_t status;
-  /// Received: the stamp of the sampling frame in which the signal came. Never sent.
+  /// Received: the stamp of the sampling frame to which the signal belongs. Ignored when sending.
   std::uint64_t sampling_frame;
   std::vector<char> data;
 };
@@ -26,7 +26,8 @@ struct KELTIPC_EXPORT IpcSignal {
 ///     {0x5a,  1,  0x1f, {0x0a, 0xff}}  ->  5a: 01, 1f { 0a ff }
 ///     {7,     0,  0,    {}}            ->  07: 00, 0 { }
 ///
-/// Deliberate: leaves the stream in decimal with a blank fill, whatever it had before.
+/// Deliberate: leaves the stream decimal with a blank fill instead of restoring its format, because the log's streams
+/// keep their format from one line to the next.
 KELTIPC_EXPORT std::ostream& operator<<(std::ostream& os, const IpcSignal& signal);
 
 #if defined(__arm__)

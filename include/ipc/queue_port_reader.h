@@ -16,11 +16,12 @@ namespace ecu::vorn::ipc {
 template <std::size_t N, typename Frame>
 class SignalProcessor;
 
-/// The receiving end of a queuing port with frames of N payload bytes: N is 8, 24 or 4088, as the port was set up.
+/// The receiving end of a queuing port with frames of N payload bytes. The port determines N: 8, 24 or 4088.
 ///
-/// Give it a consumer, `open` the port, and call `receive_data` on a thread of your choice. `stop` may be called
-/// from any thread; everything else, destruction included, only while no `receive_data` runs.
-/// Logs to the module "ipc.queuereader". Throws nothing of its own.
+/// Construct it with a consumer, `open` the port, and call `receive_data` on a thread of your choice. A port must
+/// have only one reader: a second one takes messages away, and both get damaged signals. `stop` may be called from
+/// any thread; all other members, including the destructor, only while `receive_data` is not running. Logs to the
+/// module "ipc.queuereader". Throws nothing of its own.
 template <std::size_t N, typename Frame = signal_t_dyn<N>>
 class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
   static_assert(is_frame_payload_size(N), "QueuePortReader exists for 8, 24 and 4088 payload bytes a frame");
@@ -28,32 +29,34 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
  public:
   /// The consumer must not be null when `receive_data` is called.
   explicit QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer);
-  /// `start_id`: as `set_frame_start_id` takes it.
+  /// `start_id`: see `set_frame_start_id`.
   QueuePortReader(std::unique_ptr<IDataConsumer<IpcSignal>> signal_consumer, unsigned int start_id);
-  ~QueuePortReader() override;  ///< closes the port and destroys the consumer; does not stop a running loop
+  ~QueuePortReader() override;  ///< Closes the port and destroys the consumer. Does not stop a running loop.
   QueuePortReader(const QueuePortReader&) = delete;
   QueuePortReader& operator=(const QueuePortReader&) = delete;
 
   void set_consumer(std::unique_ptr<IDataConsumer<IpcSignal>> new_consumer) override;
 
-  /// The identifier, of 28 bits, of the frames that open a sampling frame (0 unless set). Counts from the next
-  /// `receive_data` on.
+  /// Sets the identifier, 28 bits, of the frames that open a sampling frame (default: 0). Takes effect at the next
+  /// `receive_data`.
   void set_frame_start_id(unsigned int id);
 
-  /// Opens the character device read-only (O_RDONLY alone: programs started by this one inherit it), and closes the
-  /// one open before. Waits for it to appear: up to 120 attempts, half a second apart, so blocks for up to 60 s.
-  /// False after that; then no port is open.
+  /// Closes the port that is open, if any, and opens the character device read-only. If that fails, retries every
+  /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt; no port is
+  /// open then. The flags are O_RDONLY, without O_CLOEXEC: a program started with exec inherits the file descriptor.
   bool open(const std::string& device);
 
-  /// Receives until stopped: poll(2) in slices of 300 ms, one read(2) a frame, one `consume` a complete signal.
+  /// Receives until stopped: one read(2) for each frame, one `consume` for each complete signal.
   ///
-  /// Ends at the first quiet 300 ms after `stop` (the consumer's `on_finish` is called), and at once where no
-  /// port is open or poll fails, EINTR included (the log says so; `on_finish` is not called). A port that is
-  /// never quiet, one that hung up included, keeps it running. What is half received is lost at its end.
+  /// After `stop` it returns as soon as no frame has come for 300 ms, and calls the consumer's `on_finish`. It never
+  /// does on a port that delivers a frame at least every 300 ms, or that has hung up (docs/receiving.md says how to
+  /// end it then). It returns at once, with an ERROR line and without `on_finish`, if no port is open or poll(2)
+  /// fails; a signal handled on this thread makes poll(2) fail with EINTR. An incomplete signal is lost when it
+  /// returns.
   void receive_data() override;
 
-  /// Asks the loop to end; returns at once, in a signal handler too. Without a running loop the request waits for the
-  /// next one.
+  /// Requests the loop to end, and returns at once. May be called from a signal handler. If no loop is running, the
+  /// request applies to the next one.
   void stop();
 
  private:

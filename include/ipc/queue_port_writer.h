@@ -9,33 +9,33 @@
 
 namespace ecu::vorn::ipc {
 
-/// The sending end of a queuing port with frames of N payload bytes: N is 8, 24 or 4088, as the port was set up.
+/// The sending end of a queuing port with frames of N payload bytes. The port determines N: 8, 24 or 4088.
 ///
-/// Every call runs on the caller's thread. One writer belongs to one thread at a time: two that share it must take
-/// turns, or the frames of two signals mix on the port. Writers on different ports know nothing of each other.
-/// Logs to the module "ipc.queuewriter". Throws nothing of its own.
+/// Only one thread at a time may use a writer, or the frames of two signals mix on the port. Writers on different
+/// ports are independent. Logs to the module "ipc.queuewriter". Throws nothing of its own.
 template <std::size_t N, typename Frame = signal_t_dyn<N>>
 class KELTIPC_EXPORT QueuePortWriter {
   static_assert(is_frame_payload_size(N), "QueuePortWriter exists for 8, 24 and 4088 payload bytes a frame");
 
  public:
   QueuePortWriter();
-  virtual ~QueuePortWriter();  ///< closes the port
+  virtual ~QueuePortWriter();  ///< Closes the port.
   QueuePortWriter(const QueuePortWriter&) = delete;
   QueuePortWriter& operator=(const QueuePortWriter&) = delete;
 
-  /// Opens the character device for writing (O_WRONLY | O_SYNC, see open(2): programs started by this one inherit
-  /// it), and closes the one open before. Waits for it to appear: up to 120 attempts, half a second apart, so blocks
-  /// for up to 60 s. False after that; then no port is open, and the path of the last one that was stays remembered.
+  /// Closes the port that is open, if any, and opens the character device for writing. If that fails, retries every
+  /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt; no port is
+  /// open then, and `transmit_data` still reopens the path of the last successful `open`. The flags are O_WRONLY |
+  /// O_SYNC, without O_CLOEXEC: a program started with exec inherits the file descriptor.
   bool open(const std::string& device);
 
-  /// Cuts the signal into frames and writes each with one write(2); a signal without data gives no frame.
+  /// Cuts the signal into frames and writes each with one write(2). A signal without data gives no frame.
   ///
-  /// Blocks for as long as the device blocks the writes. A port whose node has gone, or that was never opened,
-  /// is opened again first, from the path of the last successful `open`, which may take 60 s; false where that
-  /// fails, and nothing has been written. True means handed to the device: a failed or short write is not
-  /// reported, and nothing tells whether anybody received the signal.
-  /// Up to 65535 bytes: longer ones go out, but the other side cannot put them together (docs/frame-format.md).
+  /// Blocks as long as the device blocks the writes. If the port's node is gone, or no port is open, first reopens
+  /// the path of the last successful `open`, which can take 60 s; if that fails, returns false and has written
+  /// nothing. True means handed to the device: failed or short writes are not reported, and nothing tells whether the
+  /// signal was received. The limit is 65535 bytes: a longer signal is sent, but arrives damaged
+  /// (docs/frame-format.md).
   bool transmit_data(const IpcSignal& signal);
 
  private:

@@ -15,36 +15,37 @@ struct LogModule;
 
 namespace ecu::vorn::ipc {
 
-/// Puts frames together to signals, in the order in which they come. `QueuePortReader` does this for you; use it
-/// yourself where frames reach you another way.
+/// Puts frames together into signals, in order of arrival. `QueuePortReader` uses it; use it yourself if frames reach
+/// you in another way, for example in a test.
 ///
-/// Frames with the frame start identifier open a sampling frame: they throw away what is half received, and their
-/// first 8 payload bytes stamp the signals that follow. Before the first of them every frame is dropped.
-/// Lost, repeated and reordered frames are not detected: bytes are counted, `chunk_index` is not read.
-/// One thread at a time. Logs to the module "ipc.signalprocessor". Nothing fails but memory (std::bad_alloc).
+/// A frame with the frame start identifier opens a sampling frame: it discards an incomplete signal, and its first 8
+/// payload bytes stamp the signals that follow. Before the first one, all frames are discarded.
+/// Lost, repeated and reordered frames are not detected: only bytes are counted (docs/losses.md).
+/// For one thread at a time. Logs to the module "ipc.signalprocessor". Throws only std::bad_alloc.
 template <std::size_t N, typename Frame = signal_t_dyn<N>>
 class KELTIPC_EXPORT SignalProcessor {
   static_assert(is_frame_payload_size(N), "SignalProcessor exists for 8, 24 and 4088 payload bytes a frame");
 
  public:
-  /// The numbers appear in the log.
+  /// The values appear in the log.
   enum State : std::int32_t {
-    STATE_IDLE = 0,         ///< no sampling frame seen yet
-    STATE_FRAME_START = 1,  ///< within `process` only
-    STATE_RECEIVING = 2,    ///< collecting, or waiting for a signal's first frame
-    STATE_COMPLETE = 3,     ///< a signal can be taken; stays so until the next frame
+    STATE_IDLE = 0,         ///< no start frame seen yet
+    STATE_FRAME_START = 1,  ///< only within `process`
+    STATE_RECEIVING = 2,    ///< collecting a signal, or waiting for its first frame
+    STATE_COMPLETE = 3,     ///< a signal can be taken; unchanged by `take`, until the next frame
   };
 
-  /// `start_id`: the identifier, of 28 bits, of the frames that open a sampling frame.
+  /// `start_id`: the identifier, 28 bits, of the frames that open a sampling frame.
   explicit SignalProcessor(std::uint32_t start_id);
   ~SignalProcessor();
   SignalProcessor(const SignalProcessor&) = delete;
   SignalProcessor& operator=(const SignalProcessor&) = delete;
 
-  /// Takes one frame in.
+  /// Processes one frame. Check `get_state` afterwards.
   void process(Frame&& frame);
 
-  /// Hands out the signal in STATE_COMPLETE, its bytes not copied; empty in any other state.
+  /// Returns the signal in STATE_COMPLETE, without copying its bytes; nothing in any other state. A second call
+  /// before the next frame returns an empty signal.
   std::optional<IpcSignal> take();
 
   State get_state() const { return state; }

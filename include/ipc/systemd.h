@@ -10,20 +10,19 @@ namespace ecu::vorn::ipc {
 
 /// Controls and queries systemd units through the manager's D-Bus interface (org.freedesktop.systemd1(5)).
 ///
-/// The object holds nothing but D-Bus names; any number of threads may share one. Each call takes a reference to
-/// the calling thread's default system bus, waits for the reply (docs/unit-control.md says how long that can be)
-/// and drops the reference. Failure is an ERROR or CRITICAL line in the log module "ipc.systemd" and the member's
-/// failure value: false, an empty string or vector, ACTIVE_STATE_ERROR, INSTALL_STATE_ERROR. Nothing is thrown
-/// but std::bad_alloc.
+/// Any number of threads may share an object: it holds only D-Bus names. Each call uses the calling thread's default
+/// system bus and waits for the reply (docs/blocking.md says how long). On failure a member logs an ERROR or CRITICAL
+/// line to the module "ipc.systemd" and returns false, an empty string or vector, ACTIVE_STATE_ERROR or
+/// INSTALL_STATE_ERROR. Throws only std::bad_alloc.
 ///
-/// The composite members call the others through the virtual table: derive, override those that ask the bus
-/// (`start_isolate_target`, `list_unit_dependencies`, the two states, `start_unit` and its three siblings), and an
-/// application is tested without a bus.
+/// To test an application without a bus, derive from this class and override the members that use the bus:
+/// `start_isolate_target`, `list_unit_dependencies`, the two states, and the four actions on units. The other virtual
+/// members call these.
 class KELTIPC_EXPORT Systemd {
  public:
   /// The property "ActiveState".
   enum ActiveState : std::int32_t {
-    ACTIVE_STATE_ERROR = 0,  ///< not to be had, or a word without a value here ("maintenance")
+    ACTIVE_STATE_ERROR = 0,  ///< could not be read, or a state without an enumerator ("maintenance")
     ACTIVE_STATE_ACTIVE = 1,
     ACTIVE_STATE_INACTIVE = 2,
     ACTIVE_STATE_ACTIVATING = 3,
@@ -34,7 +33,7 @@ class KELTIPC_EXPORT Systemd {
 
   /// The property "UnitFileState".
   enum InstallState : std::int32_t {
-    INSTALL_STATE_ERROR = 0,  ///< no unit name, no manager, or a word without a value here ("indirect")
+    INSTALL_STATE_ERROR = 0,  ///< no unit name, no reply, or a state without an enumerator ("indirect")
     INSTALL_STATE_ENABLED = 1,
     INSTALL_STATE_ENABLED_RUNTIME = 2,
     INSTALL_STATE_LINKED = 3,
@@ -42,7 +41,7 @@ class KELTIPC_EXPORT Systemd {
     INSTALL_STATE_MASKED = 5,
     INSTALL_STATE_MASKED_RUNTIME = 6,
     INSTALL_STATE_STATIC = 7,
-    INSTALL_STATE_DISABLED = 8,  ///< also a unit without a unit file, and a property that could not be read
+    INSTALL_STATE_DISABLED = 8,  ///< also for a unit without a unit file, or if the property could not be read
   };
 
   enum UnitAction : std::int32_t {
@@ -56,36 +55,36 @@ class KELTIPC_EXPORT Systemd {
   virtual ~Systemd();
 
   /// @name Targets
-  /// A name without ".target" at its end gets it appended.
+  /// ".target" is appended to a name that does not end in it.
   /// @{
 
-  /// Switches the system to the target: starts it and stops every unit that it does not need (job mode
-  /// "isolate"). True means that the job was queued, not that it is done.
+  /// Switches the system to the target: starts it and stops every unit that it does not need, possibly the caller's
+  /// own service (job mode "isolate"). True means that the job was queued, not that it is done.
   virtual bool start_isolate_target(const std::string& target);
-  virtual bool change_target(const std::string& target);  ///< `start_isolate_target` by another name
+  virtual bool change_target(const std::string& target);  ///< The same as `start_isolate_target`.
 
-  /// `stop_unit` for each ".service" among the units that the target wants, in the order listed. Jobs are queued;
-  /// one that fails does not keep the rest from being tried.
+  /// Calls `stop_unit` for each unit in `list_target_services` that ends in ".service", in this order. Continues
+  /// after a failure.
   virtual void stop_target_services(const std::string& target);
-  virtual void start_target_services(const std::string& target);  ///< the same with `start_unit`
+  virtual void start_target_services(const std::string& target);  ///< The same with `start_unit`.
 
-  /// True for a target that is active or activating; not for one that reloads.
+  /// True for a target that is active or activating, false for one that is reloading.
   virtual bool is_target_active(const std::string& target);
 
-  /// The elements of a string-array property of interface org.freedesktop.systemd1.Unit, as the bus has them.
+  /// A string-array property of the unit's interface org.freedesktop.systemd1.Unit, for example "Wants".
   virtual std::vector<std::string> list_unit_dependencies(const std::string& unit, const std::string& property);
 
-  /// All units that the target wants, services or not.
+  /// All units in the target's property "Wants", not only services.
   virtual std::vector<std::string> list_target_services(const std::string& target);
 
-  /// True when no service that the target wants is active, activating, deactivating or reloading. A service
-  /// whose state cannot be read counts as stopped, and so does every service of a target that cannot be read.
+  /// True if no service that the target wants is active, activating, deactivating or reloading. A service whose state
+  /// cannot be read counts as stopped. Also true if the target's list cannot be read.
   virtual bool are_target_services_stopped(const std::string& target);
 
   /// @}
   /// @name The states of units
-  /// Units go by their full names ("name.service"). The manager is asked and loads the unit for it; one that does
-  /// not exist is ACTIVE_STATE_INACTIVE and INSTALL_STATE_DISABLED.
+  /// Names are full unit names ("name.service"). The manager loads the unit to answer. A unit that does not exist is
+  /// ACTIVE_STATE_INACTIVE and INSTALL_STATE_DISABLED; docs/unit-control.md says how to recognise it.
   /// @{
 
   virtual ActiveState get_unit_activestate(const std::string& unit);
@@ -93,8 +92,8 @@ class KELTIPC_EXPORT Systemd {
 
   /// @}
   /// @name Starting and stopping units
-  /// True means that the manager queued the job (mode "replace"), not that it is done; false that it refused, or
-  /// could not be reached.
+  /// True means that the manager queued the job (mode "replace"), not that it is done. False means that the manager
+  /// refused or could not be reached; a request that failed can have reached the manager all the same.
   /// @{
 
   virtual bool start_unit(const std::string& unit);
@@ -102,21 +101,21 @@ class KELTIPC_EXPORT Systemd {
   virtual bool restart_unit(const std::string& unit);
   virtual bool reload_unit(const std::string& unit);
 
-  /// What the four above do, with a job mode of your choice. False for an action that is none of the four.
+  /// Performs one of the four actions with any job mode. False for a value outside the enumeration.
   bool start_stop_unit(const std::string& unit, UnitAction action, const std::string& mode);
 
   /// @}
 
-  /// "Systemd::ACTIVE_STATE_ACTIVE" and the like; empty for a value that is none of the enumeration's. Do not pass
-  /// such values from two threads at once.
+  /// The enumerator's name, such as "Systemd::ACTIVE_STATE_ACTIVE". Empty for a value outside the enumeration; only
+  /// one thread at a time may pass such values.
   std::string to_str(ActiveState state);
-  std::string to_str(InstallState state);  ///< likewise
+  std::string to_str(InstallState state);  ///< The same for install states.
 
   /// @name The bus
-  /// One call each, to the D-Bus destination `service`; empty where it fails.
+  /// Each makes one request to the D-Bus destination `service` and returns an empty value if it fails.
   /// @{
 
-  /// The object path of a unit, by the method LoadUnit.
+  /// The object path of a unit, through the method LoadUnit.
   std::string get_object_instance(const std::string& service, const std::string& interface, const std::string& path,
                                   const std::string& unit);
   /// A property of type string.

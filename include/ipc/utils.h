@@ -4,15 +4,15 @@
 
 #include "ipc/export.h"
 
-/// What a queuing port is, as far as stat(2) can tell. Both leave `errno` as the system call set it, log nothing
-/// and may be called from any thread.
+/// Checks of queuing ports with stat(2). They may be called from any thread, log nothing and leave `errno` as the
+/// system call set it.
 namespace ecu::vorn::ipc::utils {
 
-/// True when `path` names a character device, through symbolic links too.
+/// True if `path` names a character device. Follows symbolic links.
 KELTIPC_EXPORT bool is_char_dev(const std::string& path);
 
-/// True when `fd` is open on a character device whose node still has a name in the file system. A node that was
-/// removed leaves the descriptor usable but cut off: its link count is 0.
+/// True if `fd` is open on a character device whose node still exists. After a node is removed, the file descriptor
+/// can still be used, but its link count is 0 and nothing reaches the other side.
 KELTIPC_EXPORT bool is_queuing_port_ok(int fd);
 
 }  // namespace ecu::vorn::ipc::utils

@@ -13,82 +13,85 @@
     "logging/logging.h declares objects named DEBUG, INFO, NOTICE, WARNING, ERROR and CRITICAL: a macro has one of these names"
 #endif
 
-/// Marks what libkeltlogging offers; everything else in it is hidden.
+/// Marks the public names of libkeltlogging; all other names are hidden.
 #define KELTLOGGING_EXPORT __attribute__((visibility("default")))
 
-/// Log lines with a level and a named module, from any thread, to one output.
+/// Log lines with a level and a named module, from any thread, to one sink.
 ///
 ///     const auto log = logging::module("app.door");
 ///     logging::INFO << log << "opened after " << milliseconds << " ms";
 ///     logging::INFO.do_flush();
 ///
-/// A line belongs to the thread that begins it: lines of several threads never mix, and neither do their format
-/// states. libkeltipc imports these operations by name, so an application may bring another library that has them.
+/// A line belongs to the thread that begins it: neither the text nor the format state of several threads mixes.
+/// libkeltipc imports these operations by name, so that an application can replace this library (docs/logging.md).
 namespace ecu::vorn::logging {
 
-/// A named source of lines. The flag comes first: libkeltipc reads it as the object's first byte.
+/// A named source of lines. The flag must be the first member: libkeltipc reads it as the object's first byte.
 struct LogModule {
   explicit LogModule(std::string module_name) : name(std::move(module_name)) {}
 
-  std::atomic<bool> enabled{true};  ///< false silences DEBUG, INFO and NOTICE; change it at any time
+  std::atomic<bool> enabled{true};  ///< false silences DEBUG, INFO and NOTICE; may be changed at any time
   const std::string name;
 };
 
 static_assert(sizeof(std::atomic<bool>) == 1);
 
-/// The module of that name: one object a name, made when first asked for. Never null here; another logging library
-/// may return null, and then nothing is logged. Safe while the program is still being loaded.
+/// The module with this name, created on the first call. This library never returns null; if another one does,
+/// nothing is logged for that module. May be called while the program is still being loaded.
 KELTLOGGING_EXPORT std::shared_ptr<LogModule> module(const std::string& name);
 
-/// The level up to which lines are written: 7 is DEBUG, 6 (the value at start) INFO, 5 NOTICE. WARNING (4), ERROR (3)
-/// and CRITICAL (2) are written at any level.
+/// The level up to which lines are written: 7 is DEBUG, 6 INFO (the default), 5 NOTICE. WARNING (4), ERROR (3) and
+/// CRITICAL (2) are always written.
 KELTLOGGING_EXPORT int get_log_level();
 KELTLOGGING_EXPORT void set_log_level(int level);
 
-/// What takes finished lines. `text` has no line end.
+/// Receives finished lines. `text` has no line end.
 using Sink = std::function<void(int level, const std::string& module, const std::string& text)>;
 
-/// Where lines go from now on; an empty function brings `stderr_sink` back.
+/// Sets the sink for all following lines; an empty function restores `stderr_sink`.
 ///
-/// The sink is called on the thread that ended the line, one call at a time over all threads: what it takes, the
-/// others wait. When `set_sink` returns, the sink before is no longer running and will not be called again (from
-/// within a sink: once that call is over). A sink that throws loses the line. What is logged inside a sink goes to
-/// standard error. A sink must not wait for a thread that logs or forks.
+/// The sink is called on the thread that ended the line, for one line at a time; other threads that log wait for it.
+/// When `set_sink` returns, the previous sink is not running and will not be called again (if `set_sink` was called
+/// by a sink: as soon as that sink returns). An exception from a sink loses the line. A line logged inside a sink
+/// goes to standard error. A sink must not wait for a thread that logs or forks.
 KELTLOGGING_EXPORT void set_sink(Sink sink);
 
-/// The sink at start: one write(2) a line to standard error, control characters escaped.
+/// The default sink: writes each line to standard error with one write(2), control characters escaped.
 ///
 ///     2024-05-04T12:30:01.250Z INFO app.door: opened after 12 ms
 KELTLOGGING_EXPORT void stderr_sink(int level, const std::string& module, const std::string& text);
 
-/// To the systemd journal: `level` as PRIORITY, `module` as KELT_MODULE, `text` as MESSAGE (sd_journal_send(3)).
-/// Where no journal runs, the line is lost and nothing else happens.
+/// Sends lines to the systemd journal: `level` as PRIORITY, `module` as KELT_MODULE, `text` as MESSAGE
+/// (sd_journal_send(3)). If no journal is running, the line is lost.
 KELTLOGGING_EXPORT void journal_sink(int level, const std::string& module, const std::string& text);
 
+/// What libkeltipc imports besides `module`, `get_log_level` and the six level objects. Applications do not use these
+/// names directly; a logging library that replaces this one must define them.
 namespace _internal {
 
+/// The buffer that collects the pieces of a line.
 class LogStreambuf : public std::streambuf {
  public:
-  /// The module of the line that the calling thread is writing; null where there is none.
+  /// The module of the line that the calling thread is writing; null if there is no such line.
   KELTLOGGING_EXPORT static std::shared_ptr<LogModule> get_active_module();
 };
 
-/// Names a level, and takes the pieces of a line. Each of the six global objects names one; a line's pieces go to the
-/// stream that `operator<<` below returns, which belongs to the calling thread.
+/// A level, and a stream for the pieces of a line. The six global objects only name the levels. The pieces of a line
+/// go to the stream that `operator<<` returns, which belongs to the calling thread.
 class KELTLOGGING_EXPORT LogStream : public std::ostream {
  public:
   explicit LogStream(int level_value);
   ~LogStream() override;
 
-  /// Ends the line that the calling thread began at this level, and hands it to the sink. Clears the stream's error
-  /// state, and leaves `errno` alone. Nothing happens where no line was begun.
+  /// Ends the line that the calling thread began at this level and passes it to the sink. Clears the stream's error
+  /// state and preserves `errno`. Does nothing if no line was begun.
   void do_flush();
 
   int level;
 };
 
-/// Begins a line of the calling thread at the level, for the module, and returns the stream that takes its pieces.
-/// A line of that level not ended before is ended first. A line for a null module is not written.
+/// Begins a line of the calling thread and returns the stream for its pieces. If the thread's last line of that level
+/// was not ended, ends it first. A line for a null module is not written.
 KELTLOGGING_EXPORT LogStream& operator<<(LogStream& level, const std::shared_ptr<LogModule>& module);
 
 }  // namespace _internal

@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <string>
 
-/// What sd-bus hands out, each released by its holder. Declared bus first, then value or reply, then error, they go
-/// in the order error, reply, value, bus on every way out of a scope, an exception included. Arrays are taken apart
-/// while they are copied, so they come last and go first.
+/// Owners of what sd-bus allocates. Declare them in the order bus, value or reply, error: they are then released in
+/// the order error, reply or value, bus on every path, also by an exception. An array is declared last and released
+/// first, because it is freed while it is copied.
 namespace ecu::vorn::ipc {
 
-/// A reference to the calling thread's default system bus. `r` is what sd_bus_default_system gave.
+/// A reference to the calling thread's default system bus. `r` is the result of sd_bus_default_system.
 struct Bus {
   Bus() : r(sd_bus_default_system(&bus)) {}
   ~Bus() {
@@ -23,7 +23,7 @@ struct Bus {
   const int r;
 };
 
-/// The reply to a method call; strings read from it are its own.
+/// The reply to a method call; it owns the strings read from it.
 struct Reply {
   Reply() = default;
   ~Reply() { sd_bus_message_unref(message); }
@@ -33,8 +33,8 @@ struct Reply {
   sd_bus_message* message = nullptr;
 };
 
-/// Freed after each call, a successful one too: sd-bus refuses to fill one that is not empty. Both strings may be
-/// null, also where the call failed.
+/// Freed after each call, even a successful one, because sd-bus requires an empty one. Both strings may be null, even
+/// if the call failed.
 struct BusError {
   BusError() = default;
   ~BusError() { sd_bus_error_free(&error); }
@@ -44,7 +44,7 @@ struct BusError {
   sd_bus_error error{};
 };
 
-/// A string that sd-bus allocated for us.
+/// A string allocated by sd-bus.
 struct BusString {
   BusString() = default;
   ~BusString() { std::free(string); }
@@ -54,8 +54,8 @@ struct BusString {
   char* string = nullptr;
 };
 
-/// A null-terminated array of strings that sd-bus allocated for us; null where it is empty. Each entry is freed as
-/// soon as `next` is asked for the one behind it.
+/// A null-terminated array of strings allocated by sd-bus; null if it is empty. `next` frees the entry that it
+/// returned before.
 class BusStrings {
  public:
   explicit BusStrings(char** strings) : array(strings), entry(strings) {}

@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-/// The connection settings of this library's family. Nothing here reads them; each unit that includes this header
-/// carries its own copy, built when the library is loaded.
+/// The connection settings that all libraries of this family share. Nothing in this library reads them. Each source
+/// file that includes this header has its own copy, built when the library is loaded.
 namespace ecu::vorn::ipc {
 
 static const std::map<std::string, std::string> default_connection_settings = {{"host", "localhost"},

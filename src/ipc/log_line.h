@@ -8,7 +8,7 @@
 
 #include "logging/logging.h"
 
-/// The one way in which this library logs: a line is one statement.
+/// How this library logs: one statement for each line.
 ///
 ///     log_line<Info>(logger, "TX queue '", path, "' opened (retries: ", failures, ")");
 ///     log_line<Debug>(logger, "take signal: 0x", Hex{signal.signal_id});
@@ -70,12 +70,12 @@ void write_piece(logging::_internal::LogStream& line, const Piece& piece) {
   if (takes_piece(line)) static_cast<std::ostream&>(line) << piece;
 }
 
-/// Numbers go by value: for a reference the call site would have to store them before the test.
+/// By value: a reference would make the caller spill the number even for a skipped line.
 template <typename Piece>
 using Passed =
     std::conditional_t<std::is_trivially_copyable_v<Piece> && !std::is_array_v<Piece>, Piece, const Piece&>;
 
-/// Out of line and cold, so that a line that is skipped costs its call site no more than the test.
+/// Out of line and cold, so that a skipped line costs the caller only the test.
 template <typename Level, typename... Pieces>
 [[gnu::noinline, gnu::cold]] void write_line(const Logger& logger, Passed<Pieces>... pieces) {
   logging::_internal::LogStream& line = Level::stream() << logger;

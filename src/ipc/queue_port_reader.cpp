@@ -53,7 +53,7 @@ template <std::size_t N, typename Frame>
 bool QueuePortReader<N, Frame>::open(const std::string& device) {
   log_line<Debug>(logger, "Open RX queue '", device, "'");
   if (fd >= 0) {
-    // Deliberate: unlike the writer's, this line names no file; the reader keeps no path.
+    // Deliberate: unlike the writer's line, this one names no file, because the reader stores no path.
     log_line<Info>(logger, "associated file already opened, closing it ", "first.");
     ::close(fd);
     fd = -1;
@@ -78,7 +78,7 @@ void QueuePortReader<N, Frame>::receive_data() {
   }
   SignalProcessor<N, Frame> processor(frame_start_id);
   pollfd port{fd, POLLIN, 0};
-  Frame frame{};  // Zeroed, so that a failed first read hands on no stray memory.
+  Frame frame{};  // Zeroed: a failed first read must not pass on uninitialised memory.
   bool announce_timeout = true;
   while (true) {
     const int ready = ::poll(&port, 1, poll_slice_ms);
@@ -96,8 +96,9 @@ void QueuePortReader<N, Frame>::receive_data() {
   }
 }
 
-/// Deliberate: neither `revents` nor the result of `read` is looked at. The processor gets the buffer as it stands,
-/// with the previous frame's bytes where the read failed or was short.
+/// Deliberate: ignores `revents` and the result of `read`, because only the application can decide whether to wait
+/// for a failed port, reopen it or give up. After a failed or short read the processor gets bytes of the previous
+/// frame.
 template <std::size_t N, typename Frame>
 inline void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& processor, Frame& frame) {
   [[maybe_unused]] const ssize_t unchecked = ::read(fd, &frame, sizeof frame);
@@ -120,8 +121,8 @@ inline void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& proc
   consumer->consume(std::move(*taken));
 }
 
-/// Deliberate: the stop request is looked at here only, so a port that is never quiet for a slice keeps the loop
-/// going.
+/// Deliberate: the stop request is checked only here, because frames that wait in the port are delivered first. So a
+/// port that is never quiet for 300 ms keeps the loop going.
 template <std::size_t N, typename Frame>
 bool QueuePortReader<N, Frame>::goes_on_after_timeout(bool announce) {
   if (announce) {

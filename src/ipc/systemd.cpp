@@ -9,13 +9,13 @@
 #include "connection_defaults.h"
 #include "log_line.h"
 
-// The bus. sd_bus_default_system(3) keeps one connection a thread, which lives as long as somebody holds a reference.
-// Each member takes one and drops it before it returns, so
-//  - where nobody else in the thread holds one, every call connects, asks and disconnects: nothing outlives the call,
-//    a bus that went away is found again by the next call, and a thread that ends leaves nothing behind;
-//  - where the application holds one, calls share its connection, in whatever state that is. They drop their own
-//    reference and neither flush nor close what is not theirs.
-// No connection passes from one thread to another, so an object of this class may.
+// The bus: sd_bus_default_system(3) keeps one connection for each thread as long as there is a reference to it. Each
+// member takes a reference and drops it before it returns.
+//  - If the application holds no reference, each call connects, asks and disconnects. Nothing outlives the call, the next
+//    call finds a restarted bus, and a thread that ends leaves nothing behind.
+//  - If the application holds one, calls share its connection. They drop only their own reference, and never flush or
+//    close the connection, because it is the application's.
+// No connection passes from one thread to another, so threads can share an object of this class.
 namespace ecu::vorn::ipc {
 namespace {
 
@@ -37,7 +37,7 @@ bool is_running(Systemd::ActiveState state) {
          state == Systemd::ACTIVE_STATE_DEACTIVATING || state == Systemd::ACTIVE_STATE_RELOADING;
 }
 
-/// Null for an action that is none of the four.
+/// Null for a value outside the enumeration.
 const char* manager_method(Systemd::UnitAction action) {
   switch (action) {
     case Systemd::UNIT_ACTION_STOP:
@@ -61,7 +61,7 @@ State find_state(const std::array<std::pair<const char*, State>, Count>& words, 
   return otherwise;
 }
 
-/// Logs why not.
+/// If not, logs the reason.
 bool is_connected(const Bus& bus) {
   if (bus.r >= 0) return true;
   log_line<Critical>(logger, "Unable to retrieve connection to DBus system bus: ", std::strerror(-bus.r));
@@ -107,7 +107,7 @@ void Systemd::start_target_services(const std::string& target) {
 
 bool Systemd::is_target_active(const std::string& target) {
   const ActiveState state = get_unit_activestate(target_unit(target));
-  // Deliberate: a target that reloads does not count as active.
+  // Deliberate: a reloading target does not count as active, because its units are not settled yet.
   return state == ACTIVE_STATE_ACTIVE || state == ACTIVE_STATE_ACTIVATING;
 }
 
@@ -118,13 +118,15 @@ std::vector<std::string> Systemd::list_unit_dependencies(const std::string& unit
 }
 
 std::vector<std::string> Systemd::list_target_services(const std::string& target) {
-  // Deliberate: what the target wants is listed as it is; those who act on services pick them out.
+  // Deliberate: not filtered, because callers may want sockets, timers and targets too. Members that act on services
+  // filter the list themselves.
   return list_unit_dependencies(target_unit(target), "Wants");
 }
 
 bool Systemd::are_target_services_stopped(const std::string& target) {
   unsigned int running = 0;
-  // Deliberate: every service is asked, and one whose state cannot be read counts as stopped.
+  // Deliberate: asks for every service, because each failure is to be logged. A service whose state cannot be read
+  // counts as stopped, because waiting for it might never end.
   for (const std::string& unit : list_target_services(target)) {
     if (has_suffix(unit, service_suffix) && is_running(get_unit_activestate(unit))) ++running;
   }
@@ -148,7 +150,8 @@ Systemd::ActiveState Systemd::get_unit_activestate(const std::string& unit) {
 
 Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
   static constexpr std::array<std::pair<const char*, InstallState>, 9> words = {{
-      // Deliberate: no unit file and a property that could not be read are both "disabled".
+      // Deliberate: a property that could not be read is "disabled" too, because it is empty like that of a unit
+      // without a unit file.
       {"", INSTALL_STATE_DISABLED},
       {"enabled", INSTALL_STATE_ENABLED},
       {"enabled-runtime", INSTALL_STATE_ENABLED_RUNTIME},
@@ -197,7 +200,7 @@ bool Systemd::start_stop_unit(const std::string& unit, UnitAction action, const 
   } else {
     log_line<Info>(logger, method, " '", unit, "' issued successfully");
   }
-  // Deliberate: true for an unreadable job path too. The request did reach the manager.
+  // Deliberate: true even if the job's path is unreadable, because the request did reach the manager.
   return true;
 }
 
@@ -211,7 +214,7 @@ std::string Systemd::to_str(ActiveState state) {
       {ACTIVE_STATE_FAILED, "Systemd::ACTIVE_STATE_FAILED"},
       {ACTIVE_STATE_RELOADING, "Systemd::ACTIVE_STATE_RELOADING"},
   };
-  return names[state];  // Deliberate: an unknown value is added, with an empty name.
+  return names[state];  // Deliberate: adds an unknown value with an empty name, because nothing may be thrown.
 }
 
 std::string Systemd::to_str(InstallState state) {
@@ -226,7 +229,7 @@ std::string Systemd::to_str(InstallState state) {
       {INSTALL_STATE_STATIC, "Systemd::INSTALL_STATE_STATIC"},
       {INSTALL_STATE_DISABLED, "Systemd::INSTALL_STATE_DISABLED"},
   };
-  return names[state];  // Deliberate: an unknown value is added, with an empty name.
+  return names[state];  // Deliberate: adds an unknown value with an empty name, because nothing may be thrown.
 }
 
 std::string Systemd::get_object_instance(const std::string& service, const std::string& interface,
@@ -245,7 +248,7 @@ std::string Systemd::get_object_instance(const std::string& service, const std::
   const char* object_path = nullptr;
   const int r = sd_bus_message_read(reply.message, "o", &object_path);
   if (r < 0) {
-    // Deliberate: the line says GetUnit, though LoadUnit is what was called.
+    // Deliberate: the line says GetUnit although LoadUnit was called, because texts of log lines do not change.
     log_line<Error>(logger, "DBus response message from GetUnit '", unit,
                     "' could not be parsed: ", std::strerror(-r));
     return {};

@@ -14,7 +14,7 @@ bool is_queuing_port_ok(int fd) {
   if (fd < 0) return false;
   struct stat record {};
   if (::fstat(fd, &record) == -1) return false;
-  // A removed node stays open but has no name left: nothing reaches the other side through it.
+  // After the node was removed the file descriptor stays open, but nothing written to it reaches the other side.
   return S_ISCHR(record.st_mode) && record.st_nlink != 0;
 }
 

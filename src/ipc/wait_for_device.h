@@ -11,14 +11,15 @@ namespace ecu::vorn::ipc {
 
 constexpr unsigned int open_attempts = 120;
 
-/// Opens the character device at `path` into `fd`, which is negative before, and waits for it to appear. Returns the
-/// number of failed attempts: `open_attempts` when it never came.
+/// Opens the character device at `path` into `fd`, which must be negative, and retries every half second. Returns the
+/// number of failed attempts, `open_attempts` if all failed.
 inline unsigned int open_device(const std::string& path, int flags, int& fd) {
   constexpr timespec pause{0, 500'000'000};
   for (unsigned int failures = 0; failures < open_attempts; ++failures) {
     if (utils::is_char_dev(path)) fd = ::open(path.c_str(), flags);
     if (fd >= 0) return failures;
-    // Deliberate: the pause follows the last failed attempt too, and one cut short by a signal stays short.
+    // Deliberate: sleeps after the last attempt too, because giving up is documented to take a minute. Does not
+    // continue an interrupted sleep, because an attempt that comes early does no harm.
     ::nanosleep(&pause, nullptr);
   }
   return open_attempts;
