@@ -9,8 +9,8 @@
 #include "ipc/queue_port_writer.h"
 #include "ipc/signal_processor.h"
 
-/// What scripts/lib/instruction-counts runs under callgrind: each figure's instructions go to a dump of their own,
-/// whose name says what they are to be divided by. The kernel's are not among them.
+/// Run by scripts/lib/instruction-counts under callgrind. The instructions of each figure go to a dump of their own,
+/// whose name contains the divisor. Instructions of the kernel are not counted.
 namespace {
 
 using namespace ecu::vorn;
@@ -22,7 +22,7 @@ constexpr std::uint16_t length = 65535;
 template <typename Work>
 void count(const std::string& name, std::size_t units, const Work& work) {
   const std::string dump = name + " " + std::to_string(units);
-  work();  // What only the first time costs, such as memory from the system, is left out.
+  work();  // Not counted: costs of the first time, such as getting memory from the kernel.
   CALLGRIND_ZERO_STATS;
   work();
   CALLGRIND_DUMP_STATS_AT(dump.c_str());

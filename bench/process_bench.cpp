@@ -26,7 +26,7 @@ template <std::size_t N>
   benchmark::DoNotOptimize(processor.take());
 }
 
-/// One append a frame, nothing counted or looked at but the frame's share of the signal.
+/// The baseline: one append for each frame and no other checks.
 template <std::size_t N>
 [[gnu::noinline]] void append_alone(const std::vector<signal_t_dyn<N>>& frames) {
   std::vector<char> data;

@@ -14,10 +14,10 @@
 #include "sizes.h"
 #include "turn_about.h"
 
-/// The port is a pipe that keeps messages apart (O_DIRECT), put in the place of the device that the reader opened:
-/// the cheapest such port that the kernel has. As with a queuing port, one read takes one message off a queue. It is
-/// given the frames a batch at a time, set aside from what is timed, so that what waits in it does not grow with a
-/// signal's length.
+/// The port is a pipe that keeps messages apart (O_DIRECT), the cheapest such port of the kernel. It replaces the
+/// file descriptor of the device that the reader opened. As with a queuing port, one read takes one message from a
+/// queue. It is filled one batch at a time, which is not timed, so that the length of its queue does not depend on
+/// the signal's.
 namespace {
 
 using namespace ecu::vorn::ipc;
@@ -29,7 +29,7 @@ constexpr std::uint32_t start_id = 1;
   std::exit(1);
 }
 
-/// The frames that the port's reader is still to be given.
+/// The frames that the port's reader will get.
 class Feed {
  public:
   template <typename Frame>
@@ -41,7 +41,7 @@ class Feed {
     at_once = frames_at_once;
     waiting = 0;
   }
-  /// Whether one more is waiting or can be.
+  /// Takes one frame off the queue, which is refilled if it is empty. False at the end.
   bool take_one() {
     if (waiting == 0 && left > 0) bench::aside([this] { fill(); });
     if (waiting == 0) return false;
@@ -68,8 +68,8 @@ Feed feed;
 
 }  // namespace
 
-/// Takes libc's place for the library and the loop by hand alike: quiet when all frames are through, with no 300 ms
-/// to wait; else the system's.
+/// Replaces libc's poll for the library and the baseline: reports a timeout at once when all frames were read, so
+/// that no 300 ms are waited.
 extern "C" int poll(pollfd* ports, nfds_t count, int timeout) {
   if (!feed.take_one()) return 0;
   return static_cast<int>(::syscall(SYS_poll, ports, count, timeout));
@@ -84,7 +84,7 @@ struct Consumer : IDataConsumer<IpcSignal> {
   }
 };
 
-/// One append a frame, one move a signal.
+/// The baseline: one append for each frame, one move for each signal.
 template <std::size_t N>
 [[gnu::noinline]] void receive_by_hand(int fd, IDataConsumer<IpcSignal>& consumer) {
   pollfd port{fd, POLLIN, 0};
@@ -103,7 +103,7 @@ template <std::size_t N>
   }
 }
 
-/// A port with a reader on it and a loop by hand.
+/// A port with the library's reader and the baseline's loop.
 template <std::size_t N>
 class Port {
  public:
@@ -113,7 +113,7 @@ class Port {
     if (::fcntl(ends[1], F_SETPIPE_SZ, 1 << 20) < 0) give_up("cannot make room for 1 MiB in a pipe: needs root");
     fd = ends[0];
     other_end = ends[1];
-    // The reader opens a character device; the pipe then takes the place of that descriptor.
+    // The reader opens only character devices, so the pipe replaces the file descriptor afterwards.
     const int next = ::dup(fd);
     ::close(next);
     if (!reader.open("/dev/zero") || ::fcntl(next, F_GETFD) < 0) give_up("cannot open /dev/zero");
@@ -136,7 +136,7 @@ class Port {
   QueuePortReader<N> reader{std::make_unique<Consumer>(), start_id};
 };
 
-/// One start frame, and the signals' frames behind it.
+/// A start frame and the frames of `signals` signals.
 template <std::size_t N>
 std::vector<signal_t_dyn<N>> frames_of(std::size_t signals, std::size_t length) {
   const signal_t_dyn<N> any{0x5a, 0, static_cast<std::uint16_t>(length), {}};
@@ -157,8 +157,8 @@ void add() {
   }
 }
 
-/// The cost a frame must not grow with the signal's length. At N = 4088 it does, for the loop by hand alike: the
-/// vector copies what it holds each time that it grows. There the two stand side by side, without a goal.
+/// The cost of a frame must not grow with the signal's length. At N = 4088 it does, for the baseline too, because the
+/// vector copies its contents each time it grows. There both are measured, without a goal.
 template <std::size_t N>
 void add_long_beside_short() {
   const auto port = std::make_shared<Port<N>>();

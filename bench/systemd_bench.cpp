@@ -17,7 +17,7 @@
 #include "logging/logging.h"
 #include "turn_about.h"
 
-/// Needs the units of scripts/lib/demo-units on the manager that it finds on the system bus.
+/// Needs the units of scripts/lib/demo-units on the system bus's manager.
 namespace {
 
 using ecu::vorn::ipc::Systemd;
@@ -41,7 +41,7 @@ void expect(bool done, const char* what) {
   if (!done) give_up(std::string(what) + " failed");
 }
 
-/// The sd-bus calls that the library makes, in C.
+/// Baseline: the same sd-bus calls in C.
 struct SdBus {
   static std::string load(const std::string& name) {
     sd_bus* bus = nullptr;
@@ -95,7 +95,7 @@ struct SdBus {
   }
 };
 
-/// sdbus-c++ with a connection a call, as the library has; without the event loop's thread, which would cost more.
+/// Baseline: sdbus-c++ with a connection for each call, like the library, and without the event loop's thread.
 struct SdBusCpp {
   static std::string load(const std::string& name) {
     const auto connection = sdbus::createSystemBusConnection();
@@ -127,7 +127,7 @@ bool are_services_stopped() {
   return running == 0;
 }
 
-/// Every query, beside the same by way of `Bus`.
+/// Every query, compared with the same query through `Bus`.
 template <typename Bus>
 void add_rival(const std::string& name, double goal, const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const char* query, auto library, auto rival) {
@@ -152,7 +152,7 @@ void add_rival(const std::string& name, double goal, const std::shared_ptr<Syste
       [] { return are_services_stopped<Bus>(); });
 }
 
-/// Starts the program and waits for it, its output thrown away.
+/// Runs the program, discards its output and waits for its end.
 void run_program(std::vector<std::string> words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -169,8 +169,8 @@ void run_program(std::vector<std::string> words) {
   if (!ran) give_up(words[0] + " failed");
 }
 
-/// One request beside one request has a goal. A query of a unit's state is two, each with a connection of its own,
-/// and systemctl, as root, goes round the bus: those stand in the table for what they are.
+/// Only the comparison of one request with one request has a goal. A query of a unit's state makes two requests, each
+/// on a connection of its own, and systemctl run by root bypasses the bus, so those are not alike.
 void add_programs(const std::shared_ptr<Systemd>& systemd) {
   const auto add = [&](const std::string& name, double goal, auto library, const std::vector<std::string>& words) {
     bench::compare(
@@ -192,7 +192,7 @@ void add_programs(const std::shared_ptr<Systemd>& systemd) {
       busctl(target_path, "Wants"));
 }
 
-/// What an application gains that holds a reference to the thread's default bus: its calls share one connection.
+/// The gain from holding a reference to the thread's default bus, so that calls share one connection.
 void add_held_reference(const std::shared_ptr<Systemd>& systemd) {
   constexpr int queries = 3;
   const auto ask = [=] {
@@ -207,7 +207,7 @@ void add_held_reference(const std::shared_ptr<Systemd>& systemd) {
   bench::compare({"get_unit_activestate, bus reference held/not held", 0, 1, queries, queries, 50}, ask_holding, ask);
 }
 
-/// Active, so that the manager keeps the units loaded: what it takes to load their files is not the library's.
+/// Starts the target, so that the manager keeps its units loaded: loading their files is not the library's time.
 void start_target(Systemd& systemd) {
   using namespace std::chrono_literals;
   if (!systemd.start_unit(target)) give_up("cannot start " + target);

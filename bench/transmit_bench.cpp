@@ -12,14 +12,14 @@
 #include "sizes.h"
 #include "turn_about.h"
 
-/// The port is /dev/null, the cheapest character device there is: any real one makes the ratios smaller.
+/// The port is /dev/null, the cheapest character device: any real one makes the ratios smaller.
 namespace {
 
 using namespace ecu::vorn::ipc;
 
 constexpr const char* port = "/dev/null";
 
-/// What one would write by hand to put the same frames on the port.
+/// Writes the same frames, as one would by hand.
 template <std::size_t N>
 [[gnu::noinline]] bool transmit_by_hand(int fd, const IpcSignal& signal) {
   struct stat record {};
@@ -60,7 +60,7 @@ void add() {
   }
 }
 
-/// The cost a frame must not grow with the signal's length.
+/// The cost of a frame must not grow with the signal's length.
 template <std::size_t N>
 void add_long_beside_short() {
   const auto ends = std::make_shared<Ends<N>>();

@@ -10,30 +10,30 @@
 #include <string>
 #include <vector>
 
-/// A figure of the library beside its baseline, in one process. A turn is one repetition of Google Benchmark; within
-/// it short batches of the two alternate, so that whatever else the machine does meets both alike.
+/// Measures a call of the library and its baseline in one process. A turn is one repetition of Google Benchmark.
+/// Within it, short batches of the two alternate, so that other load on the machine affects both alike.
 namespace bench {
 
 constexpr int turns = 21;
 
-/// The goal of a cost that must not be higher: to a hundredth, which is as exact as two medians are.
+/// The goal of a cost that must not be higher than the baseline. Two medians are exact to about a hundredth.
 constexpr double no_more = 1.01;
 
 struct Figure {
   std::string name;
-  double goal;            ///< the median ratio that `scripts/bench` lets pass at most; 0: none
-  std::size_t batch = 1;  ///< calls of each in one batch: some tens of microseconds' worth
-  double per_call = 1;    ///< what a call does, to divide its time by
+  double goal;            ///< the highest median ratio that `scripts/bench` accepts; 0: no goal
+  std::size_t batch = 1;  ///< calls of each in one batch, some tens of microseconds in all
+  double per_call = 1;    ///< the number of units in a call, by which its time is divided
   double per_baseline_call = per_call;
-  std::int64_t batches = 0;  ///< of each in one turn; 0: as many as fill 50 ms
+  std::int64_t batches = 0;  ///< batches of each in one turn; 0: as many as fit into 50 ms
 };
 
 using Seconds = std::chrono::duration<double>;
 
-/// What the calls under way have spent on the bench's own work, which is not theirs.
+/// Time that the current calls spent on the bench's own work, to be subtracted.
 inline Seconds not_theirs{};
 
-/// Calls it, for the bench's own sake.
+/// Runs work of the bench's own without counting its time.
 template <typename Work>
 void aside(const Work& work) {
   const auto start = std::chrono::steady_clock::now();
@@ -41,7 +41,7 @@ void aside(const Work& work) {
   not_theirs += std::chrono::steady_clock::now() - start;
 }
 
-/// `prepare` is called before and is not timed.
+/// The time of `calls` calls. `prepare` runs first and is not timed.
 template <typename Prepare, typename Call>
 double seconds(std::size_t calls, const Prepare& prepare, const Call& call) {
   prepare();
@@ -57,7 +57,7 @@ inline double median(std::vector<double>& values) {
   return *middle;
 }
 
-/// A turn's two times are the medians of its batches: one in which the process lost the CPU does not count.
+/// A turn's two times are medians of its batches, so that a batch in which the process lost the CPU does not count.
 template <typename Library, typename Baseline, typename Prepare>
 void run_turn(benchmark::State& state, const Figure& figure, const Library& library, const Baseline& baseline,
               const Prepare& prepare) {
@@ -84,7 +84,7 @@ void run_turn(benchmark::State& state, const Figure& figure, const Library& libr
 inline double lowest(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
 inline double highest(const std::vector<double>& values) { return *std::max_element(values.begin(), values.end()); }
 
-/// Memory that the process has stays with it: how long the system takes for pages is no figure of the library's.
+/// Keeps freed memory in the process: the time for getting pages from the kernel is not the library's.
 inline void keep_memory() {
   ::mallopt(M_MMAP_THRESHOLD, 1 << 24);
   ::mallopt(M_TRIM_THRESHOLD, 1 << 26);
@@ -92,7 +92,7 @@ inline void keep_memory() {
 
 inline void nothing() {}
 
-/// What the calls share they hold by std::shared_ptr: Google Benchmark copies them.
+/// Registers a figure. Google Benchmark copies the calls, so they must hold shared state by std::shared_ptr.
 template <typename Library, typename Baseline, typename Prepare = void (*)()>
 void compare(const Figure& figure, Library library, Baseline baseline, Prepare prepare = nothing) {
   const auto turn = [=](benchmark::State& state) { run_turn(state, figure, library, baseline, prepare); };

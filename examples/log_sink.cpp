@@ -1,4 +1,4 @@
-// Sends all log lines, the library's own included, to the application's log: log_sink FILE
+// Writes all log lines, including those of libkeltipc, to a file of the application: log_sink FILE
 #include <ipc/queue_port_writer.h>
 #include <logging/logging.h>
 
@@ -14,11 +14,11 @@ int main(int argc, char** argv) {
   }
   std::ofstream file(argv[1]);
   if (!file) {
-    std::cerr << argv[1] << ": cannot be written\n";
+    std::cerr << "log_sink: cannot write '" << argv[1] << "'\n";
     return 1;
   }
   logging::set_log_level(7);  // DEBUG lines too
-  // Called for one line at a time, whatever thread it comes from. A service on a systemd machine takes
+  // Called for one line at a time, from any thread. A systemd service would use
   // logging::set_sink(logging::journal_sink) instead.
   logging::set_sink([&](int level, const std::string& module, const std::string& text) {
     file << level << '|' << module << '|' << text << std::endl;
@@ -30,6 +30,6 @@ int main(int argc, char** argv) {
 
   ipc::QueuePortWriter<8> writer;
   const bool sent = writer.open("/dev/null") && writer.transmit_data({0x5a, 0, 0, {'h', 'i'}});
-  logging::set_sink({});  // The file goes before the library does.
+  logging::set_sink({});  // The file is closed before the library is unloaded.
   return sent && file ? 0 : 1;
 }

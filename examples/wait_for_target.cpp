@@ -1,4 +1,4 @@
-// Waits until a target is up: wait_for_target TARGET SECONDS
+// Waits until a target is active or activating: wait_for_target TARGET SECONDS
 #include <ipc/systemd.h>
 
 #include <chrono>
@@ -17,12 +17,12 @@ int main(int argc, char** argv) {
   char* end = nullptr;
   const long seconds = std::strtol(argv[2], &end, 10);
   if (*argv[2] == '\0' || *end != '\0' || seconds < 0 || seconds > 86400) {
-    std::cerr << argv[2] << ": not a number of seconds from 0 to 86400\n";
+    std::cerr << "wait_for_target: invalid timeout '" << argv[2] << "': must be 0 to 86400 seconds\n";
     return 2;
   }
   ipc::Systemd systemd;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  // Each call asks the manager; there is nothing to subscribe to. True from "activating" on.
+  // Polls, because the library does not subscribe to the manager's signals.
   while (!systemd.is_target_active(argv[1])) {
     if (std::chrono::steady_clock::now() >= deadline) {
       std::cerr << argv[1] << " is not active after " << argv[2] << " s\n";

@@ -1,4 +1,4 @@
-// Tests an application's use of Systemd without a bus: derive, and override the primitive members.
+// Tests without a bus how an application uses Systemd: derive from it and override the members that use the bus.
 #include <ipc/systemd.h>
 
 #include <iostream>
@@ -9,7 +9,7 @@ using ecu::vorn::ipc::Systemd;
 
 namespace {
 
-// The application's code: it takes a Systemd&, so that a test can hand it another one.
+// The application's code. It takes a Systemd&, so that a test can pass a derived class.
 bool shut_down_media(Systemd& systemd) {
   systemd.stop_target_services("media");
   return systemd.are_target_services_stopped("media");
@@ -41,7 +41,7 @@ int main() {
   fake.stubborn = "radio.service";
   const bool notices_one = !shut_down_media(fake);
 
-  std::cout << "all stopped: " << all_stop << ", services alone: " << only_services
-            << ", one that goes on is noticed: " << notices_one << std::endl;
+  std::cout << "all stopped: " << all_stop << ", only services: " << only_services
+            << ", a running one is noticed: " << notices_one << std::endl;
   return all_stop && only_services && notices_one ? 0 : 1;
 }

@@ -11,8 +11,8 @@
 
 // The bus: sd_bus_default_system(3) keeps one connection for each thread as long as there is a reference to it. Each
 // member takes a reference and drops it before it returns.
-//  - If the application holds no reference, each call connects, asks and disconnects. Nothing outlives the call, the next
-//    call finds a restarted bus, and a thread that ends leaves nothing behind.
+//  - If the application holds no reference, each call connects, asks and disconnects. Nothing outlives the call, the
+//    next call finds a restarted bus, and a thread that ends leaves nothing behind.
 //  - If the application holds one, calls share its connection. They drop only their own reference, and never flush or
 //    close the connection, because it is the application's.
 // No connection passes from one thread to another, so threads can share an object of this class.
