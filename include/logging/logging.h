@@ -43,7 +43,7 @@ KELTLOGGING_EXPORT std::shared_ptr<LogModule> module(const std::string& name);
 /// The level up to which lines are written: 7 is DEBUG, 6 INFO (the default), 5 NOTICE. WARNING (4), ERROR (3) and
 /// CRITICAL (2) are always written.
 KELTLOGGING_EXPORT int get_log_level();
-KELTLOGGING_EXPORT void set_log_level(int level);
+KELTLOGGING_EXPORT void set_log_level(int level);  ///< For all threads.
 
 /// Receives finished lines. `text` has no line end.
 using Sink = std::function<void(int level, const std::string& module, const std::string& text)>;
@@ -96,11 +96,15 @@ KELTLOGGING_EXPORT LogStream& operator<<(LogStream& level, const std::shared_ptr
 
 }  // namespace _internal
 
+/// @name The levels
+/// A line is written to one of these objects, and ended by its `do_flush`.
+/// @{
 extern KELTLOGGING_EXPORT _internal::LogStream DEBUG;
 extern KELTLOGGING_EXPORT _internal::LogStream INFO;
 extern KELTLOGGING_EXPORT _internal::LogStream NOTICE;
 extern KELTLOGGING_EXPORT _internal::LogStream WARNING;
 extern KELTLOGGING_EXPORT _internal::LogStream ERROR;
 extern KELTLOGGING_EXPORT _internal::LogStream CRITICAL;
+/// @}
 
 }  // namespace ecu::vorn::logging

@@ -1,4 +1,4 @@
-# gnuplot -c bench-figures.gnuplot ROWS FOLDER: the figures of docs/performance.md from the rows of bench-rows.jq.
+# gnuplot -c bench-figures.gnuplot ROWS FOLDER: the figures of docs/dev/performance.md from the rows of bench-rows.jq.
 rows = ARG1
 set datafile separator "\t"
 set grid
