@@ -1,16 +1,19 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "dump_command.h"
-#include "exit_status.h"
+#include "escape.h"
 #include "help.h"
+#include "input_error.h"
 #include "send_command.h"
 #include "target_command.h"
-#include "escape.h"
 #include "unit_command.h"
+#include "unit_name.h"
+#include "usage.h"
 #include "whole_number.h"
 
 // All that CLI11 is told, and nothing else: it costs a compiler more than the rest of the tool.
@@ -101,12 +104,28 @@ void add_command(CLI::App& app, Run& run, const char* name, const char* help, vo
   command->callback([=, &run] { run = [=] { return act(*options); }; });
 }
 
+/// Completes the name, or refuses one that no unit can have.
+std::string check_unit(std::string& name) {
+  if (!name.empty()) name = service_unit(name);
+  return unit_name_fault(name);
+}
+
+/// The name stays as it was typed.
+std::string check_target(std::string& name) { return unit_name_fault(name.empty() ? name : target_unit(name)); }
+
+/// CLI11 ends a subcommand at "--" unless it still expects a positional argument: without this one, the "-.mount" of
+/// "unit state a -- -.mount" would be an option. Added only for "--", because the usage line shows it.
+void keep_arguments_behind_dashes(CLI::App& group, int argc, char** argv) {
+  if (std::find(argv, argv + argc, std::string("--")) == argv + argc) return;
+  for (CLI::App* const command : group.get_subcommands({})) command->add_option("more")->group("");
+}
+
 CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, UnitOptions& options) {
   CLI::App* const command = group.add_subcommand(name, help);
-  command->add_option("UNIT", options.units, "Full names, \"radio.service\"")
+  command->add_option("UNIT", options.units, "\"radio\" means radio.service")
       ->required()
-      ->check(not_empty("a unit's name is empty"));
-  command->add_flag("--json", options.json, "One JSON object a line");
+      ->transform(CLI::Validator(check_unit, ""))
+      ->type_name("");
   return command;
 }
 
@@ -119,6 +138,10 @@ void add_wait(CLI::App& command, UnitOptions& options, const std::string& until)
       ->needs(wait);
 }
 
+void add_json(CLI::App& command, bool& json) {
+  command.add_flag("--json", json, "Print JSON, one object a line")->group("Output");
+}
+
 void add_unit(CLI::App& app, Run& run) {
   CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
   group->require_subcommand(1);
@@ -126,63 +149,67 @@ void add_unit(CLI::App& app, Run& run) {
   const auto options = std::make_shared<UnitOptions>();
 
   const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
-    add_unit_command(*group, name, help, *options)->callback([=, &run] { run = [=] { return query(*options); }; });
-  };
-  add_query("state", "Print whether units are active: active, inactive, activating, deactivating, failed, reloading",
-            print_active_states);
-  add_query("install-state", "Print whether units start at boot: enabled, disabled, static, masked, linked, ...",
-            print_install_states);
-
-  const auto add_action = [&](const char* name, const char* help, UnitAction action, Job::Kind kind) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
-    command->callback([=, &run] { run = [=] { return control_units(*options, action, kind); }; });
-    return command;
+    add_json(*command, options->json);
+    command->callback([=, &run] { run = [=] { return query(*options); }; });
+  };
+  add_query("state", "Print active, inactive, activating, failed, ...", print_active_states);
+  add_query("install-state", "Print enabled, disabled, static, masked, ...", print_install_states);
+
+  const auto add_action = [&](const char* name, const char* help, const UnitAction& action) {
+    CLI::App* const command = add_unit_command(*group, name, help, *options);
+    add_wait(*command, *options, action.participle);
+    add_json(*command, options->json);
+    command->callback([=, &run] { run = [=] { return control_units(*options, action); }; });
   };
   using ecu::vorn::ipc::Systemd;
-  add_wait(*add_action("start", "Start units", &Systemd::start_unit, Job::start), *options, "active");
-  add_wait(*add_action("stop", "Stop units", &Systemd::stop_unit, Job::stop), *options, "stopped");
-  add_action("restart", "Restart units", &Systemd::restart_unit, Job::start);
-  add_action("reload", "Make units read their configuration again", &Systemd::reload_unit, Job::start);
+  add_action("start", "Start units", {&Systemd::start_unit, "started"});
+  add_action("stop", "Stop units", {&Systemd::stop_unit, "stopped"});
+  add_action("restart", "Stop units if they run, and start them", {&Systemd::restart_unit, "restarted"});
+  add_action("reload", "Make units read their configuration again", {&Systemd::reload_unit, "reloaded"});
 }
 
 void add_target(CLI::App& app, Run& run) {
-  CLI::App* const group =
-      app.add_subcommand("target", "Query and switch systemd targets, and control their services");
+  CLI::App* const group = app.add_subcommand("target", "Query and switch targets, control their services");
   group->require_subcommand(1);
   group->footer(target_help);
   const auto options = std::make_shared<TargetOptions>();
 
   const auto add = [&](const char* name, const char* help, int (*act)(const TargetOptions&)) {
     CLI::App* const command = group->add_subcommand(name, help);
-    command->add_option("TARGET", options->target, "The target's name")
+    command->add_option("TARGET", options->target, "\"work\" means work.target")
         ->required()
-        ->check(not_empty("a target's name is empty"));
-    command->add_flag("--json", options->json, "One JSON object a line");
+        ->check(CLI::Validator(check_target, ""))
+        ->type_name("");
     command->callback([=, &run] { run = [=] { return act(*options); }; });
     return command;
   };
-  add("active", "Print whether the target is active (or about to be)", print_target_active);
-  add("isolate", "Switch to the target: start it, and stop all that it does not need", isolate_target)
+  add("active", "Print whether it is active or activating", print_target_active);
+  add("isolate", "Start it and stop all that it does not need", isolate_target)
       ->add_flag("--yes", options->yes, "Do not ask");
-  add("services", "List the services that the target wants", print_target_services)
-      ->add_flag("--all", options->all, "List all that it wants: sockets, timers, other targets too");
-  add("start-services", "Start each service that the target wants", start_target_services);
-  add("stop-services", "Stop each service that the target wants", stop_target_services);
-  add("stopped", "Print whether the target's services are all stopped", print_target_stopped);
+  add("services", "List the services that it wants", print_target_services)
+      ->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
+  add("start-services", "Start each service that it wants", start_target_services);
+  add("stop-services", "Stop each service that it wants", stop_target_services);
+  add("stopped", "Print whether all these services are stopped", print_target_stopped);
+  for (CLI::App* const command : group->get_subcommands({})) add_json(*command, options->json);
 }
 
-/// CLI11 has exit codes of its own; this tool's users expect 0 and 2.
-int report(const CLI::App& app, const CLI::ParseError& error) {
-  const bool asked_for = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-  app.exit(error, std::cout, std::cerr);
-  return asked_for ? exit_done : exit_usage;
+/// `act`, whose complaints about its input end like those about the command line.
+Run with_hint(const Run& act, const std::string& hint) {
+  return [=] {
+    try {
+      return act();
+    } catch (const InputError& error) {
+      throw InputError(error.what() + hint);
+    }
+  };
 }
 
 }  // namespace
 
 std::function<int()> parse_command_line(int argc, char** argv) {
   CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
-  app.set_version_flag("--version", "keltipc " KELTIPC_VERSION);
   app.require_subcommand(1);
 
   Run run;
@@ -190,13 +217,15 @@ std::function<int()> parse_command_line(int argc, char** argv) {
   add_command(app, run, "dump", "Print the signals that a queuing port receives", declare_dump, dump_signals);
   add_unit(app, run);
   add_target(app, run);
+  keep_arguments_behind_dashes(*app.get_subcommand("unit"), argc, argv);
+  add_help(app, "keltipc " KELTIPC_VERSION);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return [status = report(app, error)] { return status; };
   }
-  return run;
+  return with_hint(run, help_hint(chosen_command(app)));
 }
 
 }  // namespace keltipc

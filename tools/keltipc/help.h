@@ -40,11 +40,16 @@ Status 0 done; 1 failed, or the device has gone; 2 refused; 124 the device did n
 signal came within --idle; 128 + n after signal n.)";
 
 constexpr const char* unit_help =
-    R"(Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit; 124 time-out.
-start, stop, restart and reload are done when the manager has queued the job, unless they --wait.)";
+    R"(start, stop, restart and reload end when the manager has queued the job. With
+--wait they end when the job has ended, as those of systemctl do.
+
+Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit;
+124 timeout. With several units the worst: 1, 124, 4, 3, 0.)";
 
 constexpr const char* target_help =
-    R"(A name without ".target" at its end gets it appended.
-Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped (stopped); 4 no such target.)";
+    R"(isolate stops every other unit that the target does not need: it asks first.
+
+Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped
+(stopped); 4 no such target.)";
 
 }  // namespace keltipc

@@ -2,22 +2,26 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
+#include <cstdint>
 #include <stdexcept>
 
 #include "common_options.h"
-#include "exit_status.h"
 #include "escape.h"
-#include "units.h"
+#include "exit_status.h"
+#include "job_monitor.h"
+#include "unit_manager.h"
 
 namespace keltipc {
 namespace {
 
-using ecu::vorn::ipc::Systemd;
-
 constexpr const char* not_found = "not-found";
+constexpr const char* unreadable = "error";
 
-/// With several units the status is that of the one that is worst off.
+struct QueuedJob {
+  std::string unit;
+  std::uint32_t id;
+};
+
 int worse(int one, int other) {
   const auto rank = [](int status) {
     constexpr int by_rank[] = {exit_done, exit_not_active, exit_no_such_unit, exit_timed_out, exit_failed};
@@ -26,74 +30,97 @@ int worse(int one, int other) {
   return rank(one) < rank(other) ? other : one;
 }
 
-int status_of(Systemd::ActiveState state) {
-  if (state == Systemd::ACTIVE_STATE_ERROR) return exit_failed;
-  return state == Systemd::ACTIVE_STATE_ACTIVE || state == Systemd::ACTIVE_STATE_RELOADING ? exit_done
-                                                                                           : exit_not_active;
+/// The property's word; "disabled" for an empty one, as the library has it.
+std::string read_state(UnitManager& manager, const std::string& unit, const std::string& property) {
+  const unsigned int errors = manager.error_count();
+  const std::string path = manager.path(unit);
+  if (path.empty()) return unreadable;
+  const std::string word = manager.property(path, property);
+  // The manager gives these for units that do not exist, too.
+  const bool may_be_missing = word.empty() || word == "inactive";
+  const std::string load_state = may_be_missing ? manager.property(path, "LoadState") : "";
+  if (manager.error_count() != errors) return unreadable;
+  if (load_state == not_found) return not_found;
+  return word.empty() ? "disabled" : word;
 }
 
-int status_of(Systemd::InstallState state) { return state == Systemd::INSTALL_STATE_ERROR ? exit_failed : exit_done; }
-
-/// What the manager says of a unit that it knows nothing of, among others.
-bool may_be_missing(Systemd::ActiveState state) { return state == Systemd::ACTIVE_STATE_INACTIVE; }
-bool may_be_missing(Systemd::InstallState state) { return state == Systemd::INSTALL_STATE_DISABLED; }
-
-/// `ask` gives a unit's state, of either kind; where it could not, it may give that of a unit that is not there.
-template <typename Ask>
-int print_states(const UnitOptions& options, Ask ask) {
-  Units units;
+/// `status_of` gives the exit status for the word of a unit that exists.
+template <typename StatusOf>
+int print_states(const UnitOptions& options, const std::string& property, const StatusOf& status_of) {
+  UnitManager manager;
   int status = exit_done;
   for (const std::string& unit : options.units) {
-    const unsigned int errors = units.error_count();
-    const auto state = ask(units, unit);
-    const bool failed = units.error_count() != errors;
-    const bool missing = !failed && may_be_missing(state) && !units.exists(unit);
-    print_answer(options.json, "unit", unit, "state", failed ? "error" : missing ? not_found : Units::word(state));
-    status = worse(status, failed ? exit_failed : missing ? exit_no_such_unit : status_of(state));
+    const std::string state = read_state(manager, unit, property);
+    print_answer(options.json, {{"unit", unit}, {"state", state}});
+    const int unit_status = state == unreadable  ? exit_failed
+                            : state == not_found ? exit_no_such_unit
+                                                 : status_of(state);
+    status = worse(status, unit_status);
   }
-  units.failed();
   return status;
 }
 
-/// Where jobs cannot be watched, units are controlled all the same, and that nobody waits is the failure.
-void watch_jobs(std::optional<JobResults>& results) {
+int queue_job(UnitManager& manager, const UnitOptions& options, const UnitAction& action, const std::string& unit) {
+  const bool queued = (manager.*action.request)(unit);
+  if (options.json) print_answer(true, {{"unit", unit}, {"job", queued ? "queued" : "refused"}});
+  if (queued) return exit_done;
+  return manager.was_refused_as_missing(unit) ? exit_no_such_unit : exit_failed;
+}
+
+int wait_for_job(JobMonitor& monitor, const UnitOptions& options, const UnitAction& action, const QueuedJob& job) {
+  const auto result = monitor.wait_for_result(job.id);
+  if (result == "done" || result == "skipped") return exit_done;
+  const std::string complaint = quote(job.unit) + " was not " + action.participle;
+  say(complaint + (result ? ": " + *result : " within " + std::to_string(options.timeout) + " s"));
+  return result ? exit_failed : exit_timed_out;
+}
+
+int queue_and_wait(UnitManager& manager, JobMonitor& monitor, const UnitOptions& options, const UnitAction& action) {
+  int status = exit_done;
+  std::vector<QueuedJob> jobs;
   try {
-    results.emplace();
+    monitor.subscribe();
+    for (const std::string& unit : options.units) {
+      monitor.begin_request();
+      int queued = queue_job(manager, options, action, unit);
+      if (queued == exit_done) {
+        monitor.begin_request();
+        const std::string path = manager.path(unit);
+        if (path.empty())
+          queued = exit_failed;
+        else
+          jobs.push_back({unit, monitor.find_job(path)});
+      }
+      if (queued != exit_done) status = worse(status, monitor.is_over() ? exit_timed_out : queued);
+    }
+    for (const QueuedJob& job : jobs) status = worse(status, wait_for_job(monitor, options, action, job));
   } catch (const std::runtime_error& error) {
     say(error.what());
+    status = worse(status, monitor.is_over() ? exit_timed_out : exit_failed);
   }
+  return status;
 }
 
 }  // namespace
 
 int print_active_states(const UnitOptions& options) {
-  return print_states(options,
-                      [](Units& units, const std::string& unit) { return units.get_unit_activestate(unit); });
+  return print_states(options, "ActiveState", [](const std::string& state) {
+    return state == "active" || state == "reloading" ? exit_done : exit_not_active;
+  });
 }
 
 int print_install_states(const UnitOptions& options) {
-  return print_states(options,
-                      [](Units& units, const std::string& unit) { return units.get_unit_installstate(unit); });
+  return print_states(options, "UnitFileState", [](const std::string&) { return exit_done; });
 }
 
-int control_units(const UnitOptions& options, UnitAction action, Job::Kind kind) {
-  Units units;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout);
-  std::optional<JobResults> results;
-  if (options.wait) watch_jobs(results);
+int control_units(const UnitOptions& options, const UnitAction& action) {
+  UnitManager manager;
+  if (options.wait) {
+    JobMonitor monitor{std::chrono::seconds(options.timeout)};
+    return queue_and_wait(manager, monitor, options, action);
+  }
   int status = exit_done;
-  std::vector<Job> queued;
-  for (const std::string& unit : options.units) {
-    const bool had_failed = results && units.get_unit_activestate(unit) == Systemd::ACTIVE_STATE_FAILED;
-    const bool taken = (units.*action)(unit);
-    if (taken && options.wait) queued.push_back({kind, unit, had_failed});
-    if (options.json) print_answer(true, "unit", unit, "job", taken ? "queued" : "refused");
-    if (!taken) status = worse(status, units.took_for_missing(unit) ? exit_no_such_unit : exit_failed);
-  }
-  for (const Job& job : queued) {
-    status = worse(status, results ? wait_for_job(units, *results, job, deadline) : int{exit_failed});
-  }
-  units.failed();
+  for (const std::string& unit : options.units) status = worse(status, queue_job(manager, options, action, unit));
   return status;
 }
 

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "ipc/systemd.h"
-#include "unit_wait.h"
 
 namespace keltipc {
 
@@ -15,15 +14,17 @@ struct UnitOptions {
   unsigned int timeout = 90;
 };
 
-// Each gives the exit status: with several units that of the one that is worst off.
+struct UnitAction {
+  bool (ecu::vorn::ipc::Systemd::*request)(const std::string&);
+  const char* participle;  ///< "started"
+};
+
+// Each gives the exit status, the worst of all units: 1, 124, 4, 3, 0.
 
 int print_active_states(const UnitOptions& options);
 int print_install_states(const UnitOptions& options);
 
-using UnitAction = bool (ecu::vorn::ipc::Systemd::*)(const std::string&);
-
-/// Queues a job for each unit, the others too where one is refused; then, if asked to, waits for those that were
-/// queued.
-int control_units(const UnitOptions& options, UnitAction action, Job::Kind kind);
+/// Queues a job for each unit, also after one was refused; then, with `wait`, waits until all of them have ended.
+int control_units(const UnitOptions& options, const UnitAction& action);
 
 }  // namespace keltipc

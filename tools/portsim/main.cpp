@@ -12,6 +12,7 @@
 #include "message_queue.h"
 #include "port.h"
 #include "stop_signals.h"
+#include "usage.h"
 #include "whole_number.h"
 
 namespace {
@@ -53,7 +54,7 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")
       ->transform(whole_number(0))
       ->type_name("COUNT");
-  app.set_version_flag("--version", "keltipc-portsim " KELTIPC_VERSION);
+  add_help(app, "keltipc-portsim " KELTIPC_VERSION);
 }
 
 bool chooses_cuse(const Options& options) {
@@ -92,9 +93,7 @@ int run_tool(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    const bool asked_for = error.get_exit_code() == 0;
-    app.exit(error, std::cout, std::cerr);
-    return asked_for ? exit_done : exit_usage;
+    return report(app, error);
   }
   run(options);
   return exit_done;

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace keltipc {
+
+/// Follows jobs to their ends, up to a deadline.
+///
+/// The library's part is done when a job is queued, and the unit's state does not tell the rest: a unit that does its
+/// work and ends is inactive before and after, and the start of a stopped unit may have been cancelled. So this
+/// listens for the manager's signal JobRemoved, which carries a job's own result.
+///
+/// It holds the thread's default connection to the bus, so that the library's requests use it too and are bounded:
+/// call `begin_request` before each.
+class JobMonitor {
+ public:
+  explicit JobMonitor(std::chrono::seconds timeout);
+  JobMonitor(const JobMonitor&) = delete;
+  JobMonitor& operator=(const JobMonitor&) = delete;
+
+  // All that follow throw std::runtime_error if the manager cannot be asked.
+
+  /// From here on no job's end is missed.
+  void subscribe();
+
+  /// Lets the next request wait for its reply until the deadline. Throws after it.
+  void begin_request();
+  bool is_over() const;
+
+  /// The number of the job that the last request for this unit has queued.
+  std::uint32_t find_job(const std::string& unit_path);
+
+  /// The job's result as org.freedesktop.systemd1(5) has it: "done", "failed", "dependency", "canceled", ...; nothing
+  /// if it has not ended by the deadline.
+  std::optional<std::string> wait_for_result(std::uint32_t job);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  static int on_job_removed(sd_bus_message* signal, void* monitor, sd_bus_error* error) noexcept;
+  void take_signals();
+
+  Clock::time_point deadline;
+  Clock::time_point last_request;
+  std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> bus;
+  std::map<std::uint32_t, std::string> results;
+  std::map<std::string, std::uint32_t> last_ended;  ///< by unit
+};
+
+}  // namespace keltipc

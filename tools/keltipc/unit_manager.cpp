@@ -1,0 +1,64 @@
+#include "unit_manager.h"
+
+#include <iostream>
+#include <stdexcept>
+
+#include "common_options.h"
+#include "logging/logging.h"
+
+namespace keltipc {
+namespace {
+
+namespace logging = ecu::vorn::logging;
+
+constexpr int error_level = 3;
+const std::string manager = "org.freedesktop.systemd1";
+
+/// Whether the line reports that D-Bus error:
+/// "Call to StopUnit 'a.service' failed: org.freedesktop.DBus.Error.AccessDenied: Permission denied"
+bool reports(const std::string& error, const std::string& line) {
+  return line.find("' failed: org.freedesktop." + error + ":") != std::string::npos;
+}
+
+}  // namespace
+
+UnitManager::UnitManager() {
+  logging::set_log_level(error_level);
+  logging::set_sink([this](int level, const std::string& module, const std::string& text) {
+    if (text != last_line) logging::stderr_sink(level, module, text);
+    last_line = text;
+    if (level <= error_level) ++errors;
+    lacked_permission = lacked_permission || reports("DBus.Error.InteractiveAuthorizationRequired", text) ||
+                        reports("DBus.Error.AccessDenied", text);
+  });
+}
+
+UnitManager::~UnitManager() {
+  logging::set_sink({});
+  if (lacked_permission) say("this user lacks the permission; PERMISSIONS in keltipc(1) shows how to grant it");
+}
+
+std::string UnitManager::path(const std::string& unit) {
+  return get_object_instance(manager, manager + ".Manager", "/org/freedesktop/systemd1", unit);
+}
+
+std::string UnitManager::property(const std::string& unit_path, const std::string& name) {
+  return get_property_value(manager, manager + ".Unit", unit_path, name);
+}
+
+bool UnitManager::exists(const std::string& unit) {
+  const std::string unit_path = path(unit);
+  return unit_path.empty() || property(unit_path, "LoadState") != "not-found";
+}
+
+bool UnitManager::was_refused_as_missing(const std::string& unit) {
+  // The same error also stands for a unit whose file could not be loaded.
+  return reports("systemd1.NoSuchUnit", last_line) && !exists(unit);
+}
+
+void print_answer(bool json, const nlohmann::ordered_json& answer) {
+  std::cout << (json ? answer.dump() : answer.back().get<std::string>()) << std::endl;
+  if (!std::cout) throw std::runtime_error("standard output cannot be written to");
+}
+
+}  // namespace keltipc

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "ipc/systemd.h"
+
+namespace keltipc {
+
+/// Systemd as the tool needs it: states in the manager's own words, and failures that are seen.
+class UnitManager : public ecu::vorn::ipc::Systemd {
+ public:
+  /// From here on the library's ERROR and CRITICAL lines go to standard error and are counted. A line that repeats
+  /// the one before it is printed once.
+  UnitManager();
+  /// Tells a user who lacked the permission for something where to read about it.
+  ~UnitManager() override;
+  UnitManager(const UnitManager&) = delete;
+  UnitManager& operator=(const UnitManager&) = delete;
+
+  /// The unit's object on the bus; empty if the manager cannot be asked.
+  std::string path(const std::string& unit);
+
+  /// A string property of the unit with that object.
+  std::string property(const std::string& unit_path, const std::string& name);
+
+  /// False if the manager says that there is no such unit; a unit that cannot be asked for counts as existing.
+  bool exists(const std::string& unit);
+
+  /// Whether the request that has just failed was refused because there is no such unit.
+  bool was_refused_as_missing(const std::string& unit);
+
+  /// How many ERROR and CRITICAL lines there have been.
+  unsigned int error_count() const { return errors; }
+
+ private:
+  unsigned int errors = 0;
+  bool lacked_permission = false;
+  std::string last_line;
+};
+
+/// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
+void print_answer(bool json, const nlohmann::ordered_json& answer);
+
+}  // namespace keltipc
