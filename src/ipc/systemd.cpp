@@ -53,12 +53,29 @@ const char* manager_method(Systemd::UnitAction action) {
 }
 
 template <typename State, std::size_t Count>
-State find_state(const std::array<std::pair<const char*, State>, Count>& words, const std::string& word,
-                 State otherwise) {
+using Words = std::array<std::pair<const char*, State>, Count>;
+
+/// The names that an object holds, as far as a query needs them.
+struct Names {
+  const std::string& service;
+  const std::string& manager_interface;
+  const std::string& manager_path;
+  const std::string& unit_interface;
+};
+
+/// LoadUnit, then the property, then its word among `words`.
+template <typename State, std::size_t Count>
+State query_state(Systemd& systemd, const Names& names, const std::string& unit, const char* property,
+                  const Words<State, Count>& words, State error) {
+  if (unit.empty()) return error;
+  const std::string path =
+      systemd.get_object_instance(names.service, names.manager_interface, names.manager_path, unit);
+  if (path.empty()) return error;
+  const std::string word = systemd.get_property_value(names.service, names.unit_interface, path, property);
   for (const auto& [known, state] : words) {
     if (word == known) return state;
   }
-  return otherwise;
+  return error;
 }
 
 /// If not, logs the reason.
@@ -134,7 +151,7 @@ bool Systemd::are_target_services_stopped(const std::string& target) {
 }
 
 Systemd::ActiveState Systemd::get_unit_activestate(const std::string& unit) {
-  static constexpr std::array<std::pair<const char*, ActiveState>, 6> words = {{
+  static constexpr Words<ActiveState, 6> words = {{
       {"active", ACTIVE_STATE_ACTIVE},
       {"inactive", ACTIVE_STATE_INACTIVE},
       {"activating", ACTIVE_STATE_ACTIVATING},
@@ -142,14 +159,12 @@ Systemd::ActiveState Systemd::get_unit_activestate(const std::string& unit) {
       {"reloading", ACTIVE_STATE_RELOADING},
       {"failed", ACTIVE_STATE_FAILED},
   }};
-  if (unit.empty()) return ACTIVE_STATE_ERROR;
-  const std::string path = get_object_instance(service_name, manager_interface, manager_path, unit);
-  if (path.empty()) return ACTIVE_STATE_ERROR;
-  return find_state(words, get_property_value(service_name, unit_interface, path, "ActiveState"), ACTIVE_STATE_ERROR);
+  return query_state(*this, {service_name, manager_interface, manager_path, unit_interface}, unit, "ActiveState",
+                     words, ACTIVE_STATE_ERROR);
 }
 
 Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
-  static constexpr std::array<std::pair<const char*, InstallState>, 9> words = {{
+  static constexpr Words<InstallState, 9> words = {{
       // Deliberate: a property that could not be read is "disabled" too, because it is empty like that of a unit
       // without a unit file.
       {"", INSTALL_STATE_DISABLED},
@@ -162,11 +177,8 @@ Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
       {"masked-runtime", INSTALL_STATE_MASKED_RUNTIME},
       {"static", INSTALL_STATE_STATIC},
   }};
-  if (unit.empty()) return INSTALL_STATE_ERROR;
-  const std::string path = get_object_instance(service_name, manager_interface, manager_path, unit);
-  if (path.empty()) return INSTALL_STATE_ERROR;
-  return find_state(words, get_property_value(service_name, unit_interface, path, "UnitFileState"),
-                    INSTALL_STATE_ERROR);
+  return query_state(*this, {service_name, manager_interface, manager_path, unit_interface}, unit, "UnitFileState",
+                     words, INSTALL_STATE_ERROR);
 }
 
 bool Systemd::start_unit(const std::string& unit) { return start_stop_unit(unit, UNIT_ACTION_START, "replace"); }
@@ -185,18 +197,17 @@ bool Systemd::start_stop_unit(const std::string& unit, UnitAction action, const 
 
   Reply reply;
   BusError failure;
-  const int c = sd_bus_call_method(bus.bus, service_name.c_str(), manager_path.c_str(), manager_interface.c_str(),
-                                   method, &failure.error, &reply.message, "ss", unit.c_str(), mode.c_str());
-  if (c < 0) {
+  if (sd_bus_call_method(bus.bus, service_name.c_str(), manager_path.c_str(), manager_interface.c_str(), method,
+                         &failure.error, &reply.message, "ss", unit.c_str(), mode.c_str()) < 0) {
     log_line<Error>(logger, "Call to ", method, " '", unit, "' failed: ", failure.error.name, ": ",
                     failure.error.message);
     return false;
   }
   const char* job = nullptr;
-  const int p = sd_bus_message_read(reply.message, "o", &job);
-  if (p < 0) {
+  const int r = sd_bus_message_read(reply.message, "o", &job);
+  if (r < 0) {
     log_line<Error>(logger, "DBus response message from ", method, " '", unit,
-                    "' could not be parsed: ", std::strerror(-p));
+                    "' could not be parsed: ", std::strerror(-r));
   } else {
     log_line<Info>(logger, method, " '", unit, "' issued successfully");
   }

@@ -104,14 +104,21 @@ void add_command(CLI::App& app, Run& run, const char* name, const char* help, vo
   command->callback([=, &run] { run = [=] { return act(*options); }; });
 }
 
+std::string refuse_unit(const std::string& name, const std::string& unit) {
+  const std::string fault = name.empty() ? "the name is empty" : unit_name_fault(unit);
+  return fault.empty() ? fault : quote(name) + ": " + fault;
+}
+
 /// Completes the name, or refuses one that no unit can have.
 std::string check_unit(std::string& name) {
-  if (!name.empty()) name = service_unit(name);
-  return unit_name_fault(name);
+  const std::string unit = service_unit(name);
+  const std::string refusal = refuse_unit(name, unit);
+  name = unit;
+  return refusal;
 }
 
 /// The name stays as it was typed.
-std::string check_target(std::string& name) { return unit_name_fault(name.empty() ? name : target_unit(name)); }
+std::string check_target(std::string& name) { return refuse_unit(name, target_unit(name)); }
 
 /// CLI11 ends a subcommand at "--" unless it still expects a positional argument: without this one, the "-.mount" of
 /// "unit state a -- -.mount" would be an option. Added only for "--", because the usage line shows it.

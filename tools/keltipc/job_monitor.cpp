@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds shortest_request(500);
 
 /// A result of sd-bus, unless it is an error.
 int checked(int r) {
-  if (r < 0) throw std::runtime_error(std::string("cannot follow the jobs of units: ") + std::strerror(-r));
+  if (r < 0) throw std::runtime_error(std::string("cannot ask the systemd manager: ") + std::strerror(-r));
   return r;
 }
 
@@ -58,7 +58,7 @@ void JobMonitor::subscribe() {
 }
 
 void JobMonitor::begin_request() {
-  if (is_over()) throw std::runtime_error("the systemd manager has not answered in time");
+  if (is_over()) throw std::runtime_error("cannot ask the systemd manager: out of time");
   checked(sd_bus_set_method_call_timeout(bus.get(), microseconds_until(last_request)));
 }
 
@@ -77,7 +77,7 @@ std::uint32_t JobMonitor::find_job(const std::string& unit_path) {
   // It has ended already. The manager sent the signal before this reply, and messages keep their order.
   take_signals();
   const auto found = last_ended.find(unit_at(unit_path));
-  if (found == last_ended.end()) throw std::runtime_error("the manager has lost a job");
+  if (found == last_ended.end()) throw std::runtime_error("the systemd manager did not report the end of a job");
   return found->second;
 }
 

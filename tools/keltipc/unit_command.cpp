@@ -67,11 +67,19 @@ int queue_job(UnitManager& manager, const UnitOptions& options, const UnitAction
   return manager.was_refused_as_missing(unit) ? exit_no_such_unit : exit_failed;
 }
 
+/// A job's result, as org.freedesktop.systemd1(5) names it, for people.
+std::string explain_result(const std::string& result) {
+  if (result == "dependency") return "a unit that it requires failed";
+  if (result == "invalid") return "it is not active";
+  if (result == "assert") return "an assertion of the unit failed";
+  return result;
+}
+
 int wait_for_job(JobMonitor& monitor, const UnitOptions& options, const UnitAction& action, const QueuedJob& job) {
   const auto result = monitor.wait_for_result(job.id);
   if (result == "done" || result == "skipped") return exit_done;
   const std::string complaint = quote(job.unit) + " was not " + action.participle;
-  say(complaint + (result ? ": " + *result : " within " + std::to_string(options.timeout) + " s"));
+  say(complaint + (result ? ": " + explain_result(*result) : " within " + std::to_string(options.timeout) + " s"));
   return result ? exit_failed : exit_timed_out;
 }
 

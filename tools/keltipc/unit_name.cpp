@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "escape.h"
-
 namespace keltipc {
 namespace {
 
@@ -32,14 +30,12 @@ std::string target_unit(const std::string& name) { return has_suffix(name, ".tar
 
 std::string unit_name_fault(const std::string& unit) {
   const std::string stem = unit.substr(0, unit.rfind('.'));
-  if (stem.empty()) return "the name is empty";
-  if (unit.size() > longest_name) return quote(unit) + ": a unit's name has up to 255 characters";
-  if (stem.find_first_not_of(name_characters) != std::string::npos || stem.front() == '@') {
-    return quote(unit) + ": not a unit's name, which has letters, digits and :-_.\\@ alone (see systemd-escape(1))";
+  if (unit.size() > longest_name) return "a unit's name has up to 255 characters";
+  if (stem.empty() || stem.front() == '@' || stem.find_first_not_of(name_characters) != std::string::npos) {
+    return "not a unit's name, which has letters, digits and :-_.\\@ alone (see systemd-escape(1))";
   }
-  if (stem.find('@') == stem.size() - 1) {
-    return quote(unit) + ": a template; name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
-  }
+  if (stem.find('@') == stem.size() - 1)
+    return "a template: name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
   return {};
 }
 
