@@ -83,23 +83,27 @@ int wait_for_job(JobMonitor& monitor, const UnitOptions& options, const UnitActi
   return result ? exit_failed : exit_timed_out;
 }
 
+/// Queues the job and notes its number, which tells it from jobs that others queue.
+int queue_known_job(UnitManager& manager, JobMonitor& monitor, const UnitOptions& options, const UnitAction& action,
+                    const std::string& unit, std::vector<QueuedJob>& jobs) {
+  monitor.begin_request();
+  const int status = queue_job(manager, options, action, unit);
+  if (status != exit_done) return status;
+  monitor.begin_request();
+  const std::string path = manager.path(unit);
+  if (path.empty()) return exit_failed;
+  jobs.push_back({unit, monitor.find_job(path)});
+  return exit_done;
+}
+
 int queue_and_wait(UnitManager& manager, JobMonitor& monitor, const UnitOptions& options, const UnitAction& action) {
   int status = exit_done;
   std::vector<QueuedJob> jobs;
   try {
     monitor.subscribe();
     for (const std::string& unit : options.units) {
-      monitor.begin_request();
-      int queued = queue_job(manager, options, action, unit);
-      if (queued == exit_done) {
-        monitor.begin_request();
-        const std::string path = manager.path(unit);
-        if (path.empty())
-          queued = exit_failed;
-        else
-          jobs.push_back({unit, monitor.find_job(path)});
-      }
-      if (queued != exit_done) status = worse(status, monitor.is_over() ? exit_timed_out : queued);
+      const int queued = queue_known_job(manager, monitor, options, action, unit, jobs);
+      status = worse(status, queued != exit_done && monitor.is_over() ? int{exit_timed_out} : queued);
     }
     for (const QueuedJob& job : jobs) status = worse(status, wait_for_job(monitor, options, action, job));
   } catch (const std::runtime_error& error) {
