@@ -64,6 +64,15 @@ void JobMonitor::begin_request() {
 
 bool JobMonitor::is_over() const { return Clock::now() >= last_request; }
 
+void JobMonitor::note_reply() {
+  // What is queued came before the reply: it is about jobs before ours, such as one that ours has replaced.
+  std::uint64_t queued = 0;
+  while (checked(sd_bus_get_n_queued_read(bus.get(), &queued)) >= 0 && queued > 0) {
+    checked(sd_bus_process(bus.get(), nullptr));
+  }
+  ended.clear();
+}
+
 std::uint32_t JobMonitor::find_job(const std::string& unit_path) {
   begin_request();
   sd_bus_message* reply = nullptr;
@@ -73,12 +82,13 @@ std::uint32_t JobMonitor::find_job(const std::string& unit_path) {
   std::uint32_t job = 0;
   const char* path = nullptr;
   checked(sd_bus_message_read(reply, "(uo)", &job, &path));
-  if (job != 0) return job;
-  // It has ended already. The manager sent the signal before this reply, and messages keep their order.
   take_signals();
-  const auto found = last_ended.find(unit_at(unit_path));
-  if (found == last_ended.end()) throw std::runtime_error("the systemd manager did not report the end of a job");
-  return found->second;
+  // A unit has one job at a time. If one has ended since ours was queued, it was ours, and the unit may have the
+  // next.
+  const auto first = ended.find(unit_at(unit_path));
+  if (first != ended.end()) return first->second;
+  if (job == 0) throw std::runtime_error("the systemd manager did not report the end of a job");
+  return job;
 }
 
 std::optional<std::string> JobMonitor::wait_for_result(std::uint32_t job) {
@@ -98,7 +108,7 @@ int JobMonitor::on_job_removed(sd_bus_message* signal, void* monitor, sd_bus_err
   if (r > 0) {
     auto* const self = static_cast<JobMonitor*>(monitor);
     self->results[job] = result;
-    self->last_ended[unit] = job;
+    self->ended.emplace(unit, job);
   }
   return r;
 }

@@ -34,7 +34,10 @@ class JobMonitor {
   void begin_request();
   bool is_over() const;
 
-  /// The number of the job that the last request for this unit has queued.
+  /// To be called when a request has queued a job, before the next request.
+  void note_reply();
+
+  /// The number of that job, which was for the unit with this object.
   std::uint32_t find_job(const std::string& unit_path);
 
   /// The job's result as org.freedesktop.systemd1(5) has it: "done", "failed", "dependency", "canceled", ...; nothing
@@ -51,7 +54,7 @@ class JobMonitor {
   Clock::time_point last_request;
   std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> bus;
   std::map<std::uint32_t, std::string> results;
-  std::map<std::string, std::uint32_t> last_ended;  ///< by unit
+  std::map<std::string, std::uint32_t> ended;  ///< by unit, the first job that has ended since `note_reply`
 };
 
 }  // namespace keltipc

@@ -89,6 +89,7 @@ int queue_known_job(UnitManager& manager, JobMonitor& monitor, const UnitOptions
   monitor.begin_request();
   const int status = queue_job(manager, options, action, unit);
   if (status != exit_done) return status;
+  monitor.note_reply();
   monitor.begin_request();
   const std::string path = manager.path(unit);
   if (path.empty()) return exit_failed;
