@@ -22,7 +22,7 @@ std::string refuse_unit(const std::string& name, const std::string& unit) {
 /// Completes the name, or refuses one that no unit can have.
 std::string check_unit(std::string& name) {
   const std::string unit = service_unit(name);
-  const std::string refusal = refuse_unit(name, unit);
+  std::string refusal = refuse_unit(name, unit);
   name = unit;
   return refusal;
 }
@@ -35,16 +35,16 @@ CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, 
   command->add_option("UNIT", options.units, "\"radio\" means radio.service")
       ->required()
       ->transform(CLI::Validator(check_unit, ""))
-      ->type_name("");
+      ->option_text("...");
   return command;
 }
 
 void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
   CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
-  command.add_option("--timeout", options.timeout, "Wait no longer than that; then status 124")
+  command.add_option("--timeout", options.timeout, "How long --wait waits; then status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
-      ->capture_default_str()
+      ->option_text("SECONDS=" + std::to_string(options.timeout))
       ->needs(wait);
 }
 
@@ -92,7 +92,7 @@ void add_target(CLI::App& app, std::function<int()>& run) {
     command->add_option("TARGET", options->target, "\"work\" means work.target")
         ->required()
         ->check(CLI::Validator(check_target, ""))
-        ->type_name("");
+        ->option_text(" ");
     command->callback([=, &run] { run = [=] { return act(*options); }; });
     return command;
   };
