@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <string>
 
@@ -28,7 +29,9 @@ inline std::string help_hint(const CLI::App& command) {
 inline std::string complaint(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = chosen_command(app);
   const auto unexpected = app.remaining(true);
-  const std::string word = unexpected.empty() ? "" : quote(unexpected.front());
+  const auto first =
+      std::find_if(unexpected.begin(), unexpected.end(), [](const auto& text) { return text != "--"; });
+  const std::string word = first == unexpected.end() ? "" : quote(*first);
   if (word.rfind("'-", 0) == 0) return word + " is not an option here; put -- before a name that begins with -";
   std::string names;
   for (const CLI::App* known : command.get_subcommands({})) names += (names.empty() ? "" : ", ") + known->get_name();
