@@ -9,7 +9,6 @@
 #include "exit_status.h"
 #include "input_error.h"
 #include "unit_manager.h"
-#include "unit_name.h"
 
 namespace keltipc {
 namespace {
@@ -103,7 +102,7 @@ int print_target_services(const TargetOptions& options) {
   UnitManager manager;
   if (const int missing = look_up(manager, options)) return missing;
   for (const std::string& unit : manager.list_target_services(options.target)) {
-    if (!options.all && !is_service(unit)) continue;
+    if (!options.all && !has_suffix(unit, ".service")) continue;
     print_answer(options.json, {{"target", options.target}, {"wants", unit}});
   }
   return manager.error_count() == 0 ? exit_done : exit_failed;

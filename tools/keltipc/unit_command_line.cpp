@@ -1,18 +1,46 @@
 #include "unit_command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "escape.h"
 #include "help.h"
 #include "target_command.h"
 #include "unit_command.h"
-#include "unit_name.h"
+#include "unit_manager.h"
 #include "whole_number.h"
 
 namespace keltipc {
 namespace {
+
+constexpr std::size_t longest_name = 255;
+constexpr std::string_view name_characters = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ:-_.\\@";
+constexpr std::string_view suffixes[] = {".service", ".socket", ".target", ".device", ".mount", ".automount",
+                                         ".swap",    ".timer",  ".path",   ".slice",  ".scope"};
+
+bool has_unit_suffix(std::string_view name) {
+  return std::any_of(std::begin(suffixes), std::end(suffixes),
+                     [name](std::string_view suffix) { return has_suffix(name, suffix); });
+}
+
+/// "radio" -> "radio.service"; "radio.socket" as it is
+std::string service_unit(const std::string& name) { return has_unit_suffix(name) ? name : name + ".service"; }
+
+/// What is wrong with the full name of a unit; empty if the manager can load a unit of that name.
+std::string unit_name_fault(const std::string& unit) {
+  const std::string stem = unit.substr(0, unit.rfind('.'));
+  if (unit.size() > longest_name) return "a unit's name has up to 255 characters";
+  if (stem.empty() || stem.front() == '@' || stem.find_first_not_of(name_characters) != std::string::npos) {
+    return "not a unit's name, which has letters, digits and :-_.\\@ alone (see systemd-escape(1))";
+  }
+  if (stem.find('@') == stem.size() - 1) {
+    return "a template: name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
+  }
+  return {};
+}
 
 std::string refuse_unit(const std::string& name, const std::string& unit) {
   const std::string fault = name.empty() ? "the name is empty" : unit_name_fault(unit);

@@ -56,6 +56,12 @@ bool UnitManager::was_refused_as_missing(const std::string& unit) {
   return reports("systemd1.NoSuchUnit", last_line) && !exists(unit);
 }
 
+bool has_suffix(std::string_view unit, std::string_view suffix) {
+  return unit.size() >= suffix.size() && unit.substr(unit.size() - suffix.size()) == suffix;
+}
+
+std::string target_unit(const std::string& name) { return has_suffix(name, ".target") ? name : name + ".target"; }
+
 void print_answer(bool json, const nlohmann::ordered_json& answer) {
   std::cout << (json ? answer.dump() : answer.back().get<std::string>()) << std::endl;
   if (!std::cout) throw std::runtime_error("standard output cannot be written to");

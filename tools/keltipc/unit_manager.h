@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "ipc/systemd.h"
 
@@ -38,6 +39,12 @@ class UnitManager : public ecu::vorn::ipc::Systemd {
   bool lacked_permission = false;
   std::string last_line;
 };
+
+/// has_suffix("radio.service", ".service")
+bool has_suffix(std::string_view unit, std::string_view suffix);
+
+/// "multi-user" -> "multi-user.target"; "multi-user.target" as it is
+std::string target_unit(const std::string& name);
 
 /// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
 void print_answer(bool json, const nlohmann::ordered_json& answer);
