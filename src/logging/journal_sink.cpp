@@ -1,6 +1,6 @@
 #include <sys/uio.h>
 
-// Else each entry would name this file and this line as where it was logged.
+// Without this, each journal entry would name this file and line as its origin.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 

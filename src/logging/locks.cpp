@@ -12,7 +12,7 @@ struct Locks {
 
 Locks& locks();
 
-/// A sink may fork: its thread holds the output already.
+/// A sink may fork: then its thread holds the output lock already.
 void take_for_fork() {
   if (!runs_sink()) locks().output.lock();
   locks().registry.lock();

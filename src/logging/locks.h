@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-/// The library's locks. fork(2) waits for both, so that a child finds them free whatever the other threads were at.
-/// Who takes both takes `output_mutex` first: a sink may ask for modules.
+/// The library's locks. fork(2) takes both first, so that the child process finds them free whatever the parent's
+/// other threads were doing. Lock order: `output_mutex`, then `registry_mutex`, because a sink may ask for modules.
 namespace ecu::vorn::logging {
 
 /// Held while the sink runs or is replaced.

@@ -1,19 +1,23 @@
+#include <atomic>
 #include <map>
 
 #include "locks.h"
 #include "logging/logging.h"
 
+/// What all lines share: the modules by name, and the log level.
 namespace ecu::vorn::logging {
 namespace {
 
 using Registry = std::map<std::string, std::shared_ptr<LogModule>>;
 
-/// Built on first use: other libraries' load-time code may come before this library's own. Deliberate: never
-/// destroyed, since their unload-time code may come after it.
+/// Built on first use, because another library's load-time code may run before this library's own. Deliberate: never
+/// destroyed, because another library's unload-time code may run after it.
 Registry& registry() {
   static auto* const instance = new Registry;
   return *instance;
 }
+
+std::atomic<int> global_level{6};
 
 }  // namespace
 
@@ -23,5 +27,9 @@ std::shared_ptr<LogModule> module(const std::string& name) {
   if (entry == nullptr) entry = std::make_shared<LogModule>(name);
   return entry;
 }
+
+int get_log_level() { return global_level.load(std::memory_order_relaxed); }
+
+void set_log_level(int level) { global_level.store(level, std::memory_order_relaxed); }
 
 }  // namespace ecu::vorn::logging

@@ -11,13 +11,13 @@
 namespace ecu::vorn::logging {
 namespace {
 
-/// Null stands for `stderr_sink`. Never destroyed: other libraries may log while the process ends.
+/// Null means `stderr_sink`. Never destroyed: other libraries may log while the process exits.
 std::shared_ptr<const Sink>& sink_in_force() {
   static auto* const instance = new std::shared_ptr<const Sink>;
   return *instance;
 }
 
-/// For as long as the sink runs, on its thread.
+/// Marks the calling thread as running the sink while it lives.
 class SinkRun {
  public:
   SinkRun() { runs_sink() = true; }
@@ -31,9 +31,9 @@ void run_sink(const Sink* sink, int level, const std::string& module, const std:
   try {
     sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
   } catch (const abi::__forced_unwind&) {
-    throw;  // pthread_cancel(3) unwinds the thread so, and must not be stopped
+    throw;  // pthread_cancel(3) unwinds the thread with this exception, which must not be swallowed
   } catch (...) {
-    // Deliberate: a sink that throws loses its line. Whoever logged is not to suffer from where lines go.
+    // Deliberate: a sink that throws loses its line, because a logging call must not throw when its output failed.
   }
 }
 
@@ -51,7 +51,7 @@ void hand_to_sink(int level, const std::string& module, const std::string& text)
   if (runs_sink()) {
     stderr_sink(level, module, text);
   } else {
-    // A sink may replace itself. It is kept until its call is over, and destroyed when the lock is free again.
+    // A sink may replace itself: this copy keeps it until its call returns, and is destroyed after the unlock.
     std::shared_ptr<const Sink> sink;
     const std::lock_guard<std::mutex> lock(output_mutex());
     sink = sink_in_force();

@@ -45,7 +45,8 @@ bool is_control(std::string_view text, std::size_t i) {
   return at(i) < 0x20 || at(i) == 0x7F;
 }
 
-/// One line stays one line, and no text drives the terminal: "a\nb" -> "a\x0ab". Other UTF-8 stays as it is.
+/// Escapes control characters, so that one line stays one line and no text controls the terminal: "a\nb" -> "a\x0ab".
+/// Other UTF-8 is kept.
 void append_escaped(std::string& line, std::string_view text) {
   constexpr std::string_view digits = "0123456789abcdef";
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -60,8 +61,8 @@ void append_escaped(std::string& line, std::string_view text) {
   }
 }
 
-/// While it lives, this thread's writes to a pipe that nobody reads any more fail with EPIPE and raise no signal:
-/// a log's reader that has gone must not end the process. Where the signal was blocked before, nothing is changed.
+/// Blocks SIGPIPE in this thread while it lives: if the reader of the log has exited, the write fails with EPIPE and
+/// the process goes on. Changes nothing if the signal was already blocked.
 class NoSigpipe {
  public:
   NoSigpipe() {
@@ -85,8 +86,8 @@ class NoSigpipe {
   sigset_t before{};
 };
 
-/// One write(2) a line, so that lines of several processes do not mix either. Goes on only where it was cut short;
-/// what standard error does not take is lost.
+/// One write(2) per line, so that lines of several processes do not mix either; more only after an interrupted or
+/// short write. What standard error does not accept is lost.
 void write_whole(std::string_view line) {
   NoSigpipe guard;
   while (!line.empty()) {

@@ -1,17 +1,88 @@
-#include <algorithm>
-#include <utility>
+#include <pthread.h>
 
-#include "lines.h"
+#include <algorithm>
+#include <array>
+#include <locale>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "locks.h"
 #include "logging/logging.h"
 #include "sink.h"
 
-/// The line under construction, and the stream that holds it, belong to the thread that writes it: one a level. The
+/// A line under construction, and the stream that holds it, belong to the thread that writes it: one per level. The
 /// six global objects only name a level.
 namespace ecu::vorn::logging {
 namespace _internal {
 namespace {
 
 constexpr int always_written = 4;
+
+/// Holds a line's text. Unlike a string stream, it gives the text away without a copy.
+class LineBuffer : public LogStreambuf {
+ public:
+  std::string text;
+
+ protected:
+  int_type overflow(int_type character) override {
+    if (!traits_type::eq_int_type(character, traits_type::eof())) text += traits_type::to_char_type(character);
+    return traits_type::not_eof(character);
+  }
+  std::streamsize xsputn(const char* characters, std::streamsize count) override {
+    text.append(characters, static_cast<std::size_t>(count));
+    return count;
+  }
+};
+
+/// Reused for the thread's next line of the same level, and keeps its format state.
+struct Line {
+  explicit Line(int level) : stream(level) { stream.rdbuf(&buffer); }
+
+  LineBuffer buffer;
+  LogStream stream;
+  std::shared_ptr<LogModule> module;
+  bool wanted = false;  ///< decided when the line begins: a module switched off later does not cut the line short
+};
+
+struct Lines {
+  std::map<int, Line> by_level;
+  std::vector<Line*> begun;  ///< the last one is active
+};
+
+/// The second set is for lines that the thread writes while it runs the sink.
+using ThreadLines = std::array<Lines, 2>;
+
+/// Destroyed through a pthread key, not as a thread_local object: destructors of thread_local objects may log, and
+/// keys outlive them. If such a destructor makes the lines again, the key destroys them again.
+thread_local ThreadLines* thread_lines = nullptr;
+
+void destroy(void* lines) {
+  thread_lines = nullptr;
+  delete static_cast<ThreadLines*>(lines);
+}
+
+void destroy_at_thread_exit(ThreadLines* lines) {
+  static const auto key = []() -> std::optional<pthread_key_t> {
+    pthread_key_t made{};
+    if (::pthread_key_create(&made, destroy) != 0) return std::nullopt;
+    return made;
+  }();
+  // If the process has no key left, the lines outlive their thread: better a leak than no log.
+  if (key.has_value()) ::pthread_setspecific(*key, lines);
+}
+
+/// Null if the calling thread has not written a line yet.
+Lines* existing_lines() { return thread_lines == nullptr ? nullptr : &(*thread_lines)[runs_sink() ? 1 : 0]; }
+
+Lines& own_lines() {
+  if (thread_lines == nullptr) {
+    thread_lines = new ThreadLines;
+    destroy_at_thread_exit(thread_lines);
+  }
+  return *existing_lines();
+}
 
 bool is_wanted(int level, const std::shared_ptr<LogModule>& module) {
   if (module == nullptr) return false;
@@ -22,7 +93,7 @@ bool is_begun(const Lines& lines, const Line& line) {
   return std::find(lines.begun.begin(), lines.begun.end(), &line) != lines.begun.end();
 }
 
-/// All is taken out of the line before the sink runs: what the sink does cannot reach it.
+/// Empties the line before the sink runs, so that nothing the sink does can reach it.
 void end_line(Lines& lines, Line& line) {
   lines.begun.erase(std::find(lines.begun.begin(), lines.begun.end(), &line));
   const std::string text = std::exchange(line.buffer.text, {});
@@ -38,7 +109,8 @@ std::shared_ptr<LogModule> LogStreambuf::get_active_module() {
   return lines == nullptr || lines->begun.empty() ? nullptr : lines->begun.back()->module;
 }
 
-LogStream::LogStream(int level_value) : std::ostream(nullptr), level(level_value) {}
+/// The classic locale: the application's global locale must not group the digits of log lines.
+LogStream::LogStream(int level_value) : std::ostream(nullptr), level(level_value) { imbue(std::locale::classic()); }
 
 LogStream::~LogStream() = default;
 
@@ -53,7 +125,7 @@ LogStream& operator<<(LogStream& level, const std::shared_ptr<LogModule>& module
   Lines& lines = own_lines();
   Line& line = lines.by_level.try_emplace(level.level, level.level).first->second;
   if (is_begun(lines, line)) end_line(lines, line);
-  line.buffer.text.clear();  // of pieces that came when no line was begun
+  line.buffer.text.clear();  // drops pieces written after the last line ended
   line.stream.clear();
   line.module = module;
   line.wanted = is_wanted(level.level, module);
