@@ -1,63 +1,76 @@
+#include "ipc/wait_for_device.h"
+
 #include <gtest/gtest.h>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
-#include "support/system_calls.h"
+#include "support/interpose.h"
 
 namespace ecu::vorn::ipc::test {
 namespace {
 
-struct Tx : QueuePortWriter<24> {
-  static constexpr auto module = "ipc.queuewriter", queue = "TX queue '/dev/port'", flags = "0x101001",
-                        closing = "INFO associated file (/dev/old) already opened, closing it first.";
-};
-struct Rx : QueuePortReader<24> {
-  Rx() : QueuePortReader(nullptr) {}
-  static constexpr auto module = "ipc.queuereader", queue = "RX queue '/dev/port'", flags = "0x0",
-                        closing = "INFO associated file already opened, closing it first.";
+struct OpeningAPort : testing::Test {
+  Transcript happened;
+  SystemCalls calls{&happened};
+  QueuePortWriter<24> writer;
+  QueuePortReader<24> reader{nullptr};
 };
 
-template <typename Port>
-class OpeningAPort : public testing::Test {};
-using Directions = testing::Types<Tx, Rx>;
-TYPED_TEST_SUITE(OpeningAPort, Directions, );
+TEST_F(OpeningAPort, PausesHalfASecondAfterEachFailedAttempt) {
+  const RecordedLog log(happened, "ipc.queuewriter");
+  calls.failing_opens = 1;
+  EXPECT_TRUE(writer.open("/dev/tx"));
+  EXPECT_EQ(text(happened), R"(DEBUG Open TX queue '/dev/tx'
+stat(/dev/tx)
+open(/dev/tx, 0x101001)
+nanosleep(0 s 500000000 ns)
+stat(/dev/tx)
+open(/dev/tx, 0x101001)
+INFO TX queue '/dev/tx' opened (retries: 1)
+)");
+}
 
-TYPED_TEST(OpeningAPort, ClosesTheOneBeforeAndTakesUpTo120AttemptsEachFollowedByHalfASecond) {
-  const struct {
-    unsigned int appears_after_sleeps, failing_opens;
-    mode_t mode;
-    unsigned int failures;
-  } cases[] = {{0, 0, S_IFCHR, 0},     {6, 0, S_IFCHR, 6},     {119, 0, S_IFCHR, 119},
-               {120, 0, S_IFCHR, 120}, {0, 0, S_IFREG, 120},   {0, 0, S_IFDIR, 120},
-               {0, 3, S_IFCHR, 3},     {0, 119, S_IFCHR, 119}, {0, 120, S_IFCHR, 120}};
-  const std::string queue = TypeParam::queue, open_call = std::string("open(/dev/port, ") + TypeParam::flags + ")";
-  for (const auto& one : cases) {
-    Transcript happened;
-    const RecordedLog log(happened, TypeParam::module);
-    SystemCalls calls(happened);
-    const bool opens = one.failures < 120;
-    {
-      TypeParam port;
-      ASSERT_TRUE(port.open("/dev/old"));
-      happened.clear();
-      calls.appears_after_sleeps = one.appears_after_sleeps;
-      calls.failing_opens = one.failing_opens;
-      calls.path_mode = one.mode;
-      EXPECT_EQ(port.open("/dev/port"), opens);
-    }
-    EXPECT_TRUE(calls.open_descriptors.empty()) << "a port that goes closes its descriptor";
-    Transcript expected = {"DEBUG Open " + queue, TypeParam::closing, "close(1000)"};
-    for (unsigned int i = 0; i < one.failures; ++i) {
-      expected.emplace_back("stat(/dev/port)");
-      if (one.failing_opens != 0) expected.push_back(open_call);
-      expected.emplace_back("nanosleep(0.500000000, null)");
-    }
-    if (opens) expected.insert(expected.end(), {"stat(/dev/port)", open_call});
-    expected.push_back(opens ? "INFO " + queue + " opened (retries: " + std::to_string(one.failures) + ")"
-                             : "ERROR Unable to open " + queue + " after 120 attempts!");
-    if (opens) expected.emplace_back("close(1001)");
-    EXPECT_EQ(happened, expected);
+TEST_F(OpeningAPort, ClosesTheReadersOldPortFirst) {
+  const RecordedLog log(happened, "ipc.queuereader");
+  reader.open("/dev/rx");
+  happened.clear();
+  EXPECT_TRUE(reader.open("/dev/other"));
+  EXPECT_EQ(text(happened), R"(DEBUG Open RX queue '/dev/other'
+INFO associated file already opened, closing it first.
+close(1000)
+stat(/dev/other)
+open(/dev/other, 0x0)
+INFO RX queue '/dev/other' opened (retries: 0)
+)");
+}
+
+TEST_F(OpeningAPort, SucceedsAtTheLastOf120Attempts) {
+  calls.appears_after_sleeps = 119;
+  EXPECT_TRUE(writer.open("/dev/tx"));
+}
+
+TEST_F(OpeningAPort, FailsAfter120Attempts) {
+  const RecordedLog log(happened, "ipc.queuereader", 5);
+  calls.appears_after_sleeps = 121;
+  EXPECT_FALSE(reader.open("/dev/rx"));
+  EXPECT_EQ(calls.sleeps, 120U);
+  EXPECT_EQ(happened.back(), "ERROR Unable to open RX queue '/dev/rx' after 120 attempts!");
+}
+
+TEST_F(OpeningAPort, OpensCharacterDevicesOnly) {
+  calls.path_mode = S_IFREG;
+  EXPECT_FALSE(writer.open("/dev/tx"));
+}
+
+TEST_F(OpeningAPort, HoldsTheDescriptorUntilThePortIsDestroyed) {
+  {
+    QueuePortWriter<24> tx;
+    QueuePortReader<24> rx(nullptr);
+    tx.open("/dev/tx");
+    rx.open("/dev/rx");
+    EXPECT_EQ(calls.open_descriptors.size(), 2U);
   }
+  EXPECT_TRUE(calls.open_descriptors.empty());
 }
 
 }  // namespace

@@ -1,114 +1,136 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "ipc/signal_processor.h"
-#include "support/reassembly_model.h"
+#include "support/recorded_log.h"
 
 namespace ecu::vorn::ipc::test {
 
-/// One frame in three bytes. Most values of the first are one identifier's: what disturbs it logs, and takes time.
-struct Step {
-  std::uint8_t who;   ///< 0..7 the frame start identifier, 8..11 some others
-  std::uint8_t size;  ///< modulo 16, the first ten are sizes at which the counting turns
-  std::uint8_t fill;  ///< status, and where in a run of noise the payload begins; 0xFF calls `take` as no reader does
-};
-
-inline const std::array<char, 4088 + 256> noise = [] {
-  std::array<char, 4088 + 256> bytes{};
-  std::uint32_t random = 1;
-  for (char& byte : bytes) byte = static_cast<char>((random = random * 1664525U + 1013904223U) >> 24U);
-  return bytes;
-}();
-
-/// A processor beside the model: they must agree on state, result and log lines. Throws std::logic_error where they
-/// differ.
+/// What reassembly must do, written independently of SignalProcessor: it keeps facts in place of a state, and counts
+/// the bytes that it holds. If the two differ, one of them is wrong.
 template <std::size_t N>
-class Reassembly {
+class ReassemblyModel {
  public:
-  explicit Reassembly(std::uint32_t start, bool debug_lines = false)
-      : model(start), start_id(start), log(lines, "ipc.signalprocessor", debug_lines ? 7 : 6), processor(start) {
-    model.notes_debug = debug_lines;
-    model.log = &modelled_lines;
+  ReassemblyModel(std::uint32_t start_id, Transcript& log, int log_level)
+      : start(start_id), notes(log), notes_debug(log_level >= 7) {}
+
+  void process(const signal_t_dyn<N>& frame) {
+    const std::uint32_t id = frame.signal_id % 0x10000000, status = frame.signal_id / 0x10000000;
+    const bool other = state() == 2 && id != signal.signal_id;
+    note("DEBUG Signal received: 0x%x status: 0x%x", id, status);
+    if (id == start) return open_sampling_frame(frame, other);
+    note("DEBUG current state: %d", state());
+    if (!sampling) return;
+    if (other && total != 0)
+      note("ERROR New signal indicated; current signal %x will be disregarded", signal.signal_id);
+    signal.signal_id = id;
+    signal.status = static_cast<std::uint8_t>(status);
+    append(frame);
   }
 
-  /// Takes a complete signal as the reader does, some a second time, or does not and takes where there is none.
-  void process(const Step& step) {
-    signal_t_dyn<N> frame = frame_of(step);
-    processor.process(std::move(frame));
-    model.process(frame);
-    agree(static_cast<int>(processor.get_state()) == model.state(), "state");
-    const bool as_the_reader = step.fill != 0xFF;
-    if ((model.state() == 3) != as_the_reader) return;
-    take();
-    if (step.fill % 4 == 1) take();
+  std::optional<IpcSignal> take() {
+    note(complete ? "DEBUG take signal: 0x%x" : "WARNING Signal unfinished!", signal.signal_id);
+    if (!complete) return std::nullopt;
+    total = 0;
+    return std::exchange(signal, {0, 0, signal.sampling_frame, {}});
   }
 
-  void compare_lines() {
-    agree(lines == modelled_lines, "log lines");
-    lines.clear();
-    modelled_lines.clear();
-  }
-
-  ReassemblyModel<N> model;
+  int state() const { return !sampling ? 0 : complete ? 3 : 2; }
+  std::size_t held() const { return signal.data.size(); }
 
  private:
-  signal_t_dyn<N> frame_of(const Step& step) const {
-    constexpr std::array<std::uint32_t, 4> others = {0, 6, 7, 0xFFFFFFF};
-    const std::size_t held = model.held();
-    const std::array<std::size_t, 10> sizes = {0, 1, N - 1, N, N + 1, 2 * N, held, held - 1, held + 1, 65535};
-    signal_t_dyn<N> frame;
-    frame.signal_id = step.who < 8 ? start_id : step.who < 12 ? others[step.who % 4] : 5;
-    frame.signal_id |= std::uint32_t{step.fill} << 28U;
-    frame.chunk_index = step.fill;
-    frame.total_size = static_cast<std::uint16_t>(step.size % 16 < 10 ? sizes[step.size % 16] : step.size * 251U);
-    std::memcpy(frame.data, &noise[step.fill], N);
-    return frame;
+  void open_sampling_frame(const signal_t_dyn<N>& frame, bool other) {
+    if (other) {
+      note("WARNING Signal was not received completely, received new sampling frame. Disregard signal: 0x%x",
+           signal.signal_id);
+    }
+    note("DEBUG current state: %d", 1);
+    std::memcpy(&signal.sampling_frame, frame.data, 8);
+    signal.data.clear();
+    total = 0;
+    complete = false;
+    sampling = true;
   }
 
-  void take() {
-    const auto real = processor.take(), modelled = model.take();
-    agree(real.has_value() == modelled.has_value(), "whether there is a signal");
-    if (!real) return;
-    agree(real->signal_id == modelled->signal_id && real->status == modelled->status, "identifier or status");
-    agree(real->sampling_frame == modelled->sampling_frame && real->data == modelled->data, "stamp or bytes");
-    ++taken;
+  void append(const signal_t_dyn<N>& frame) {
+    const std::size_t had = held();
+    total = frame.total_size;
+    const std::size_t adds = had > total ? N : std::min(N, total - had);
+    note("DEBUG expected: %zu received so far: %zu sizeof: %zu bytes2extract: %zu", total, had, N, adds);
+    signal.data.insert(signal.data.end(), frame.data, frame.data + adds);
+    complete = had + adds == total;
   }
 
-  static void agree(bool same, const char* what) {
-    if (!same) throw std::logic_error(std::string("processor and model differ in ") + what);
+  template <typename... Values>
+  void note(const char* format, Values... values) {
+    if (format[0] == 'D' && !notes_debug) return;
+    std::array<char, 160> line{};
+    std::snprintf(line.data(), line.size(), format, values...);
+    notes.emplace_back(line.data());
   }
 
-  std::uint32_t start_id;
-  Transcript lines, modelled_lines;
-  RecordedLog log;
-
- public:
-  SignalProcessor<N> processor;
-  std::size_t taken = 0;
+  IpcSignal signal{};
+  std::size_t total = 0;
+  bool sampling = false, complete = false;
+  const std::uint32_t start;
+  Transcript& notes;
+  const bool notes_debug;
 };
 
-struct Tally {
-  std::size_t frames, signals;
-};
-
-/// Bytes as steps. The first chooses the frame start identifier. DEBUG lines take most time, so few steps have them.
+/// A frame in one byte: bits 0 to 3 choose the size, 4 to 6 the identifier (0 is the frame start), and bit 7 says
+/// that `take` is called after it. `turn` numbers the frames, and so makes their payloads differ.
 template <std::size_t N>
-Tally reassemble(const std::uint8_t* bytes, std::size_t size) {
-  constexpr std::array<std::uint32_t, 4> start_ids = {0x10, 0, 5, 0xFFFFFFF};
-  Reassembly<N> both(start_ids[bytes[0] % 4], size < 64);
-  std::size_t frames = 0;
-  for (std::size_t at = 1; at + 3 <= size; at += 3, ++frames) {
-    // Where the counts have missed each other a start frame ends it in time, else copying is all that is done.
-    const bool held_enough = both.model.held() > 3 * 65535;
-    both.process({held_enough ? std::uint8_t{0} : bytes[at], bytes[at + 1], bytes[at + 2]});
+signal_t_dyn<N> make_frame(unsigned int byte, std::uint32_t start_id, std::size_t held, std::size_t turn) {
+  const std::array<std::uint32_t, 8> ids = {start_id, 5, 5, 5, 5, 6, 0, 0xFFFFFFF};
+  const std::array<std::size_t, 16> sizes = {0,        1,     N - 1,    N,         N + 1, 2 * N, held, held - 1,
+                                             held + 1, 65535, held + N, 2 * N + 1, 3 * N, 4095,  251,  7};
+  signal_t_dyn<N> frame;
+  frame.signal_id = ids[byte / 16 % 8] | static_cast<std::uint32_t>(turn << 28U);
+  frame.chunk_index = static_cast<std::uint16_t>(turn);
+  frame.total_size = static_cast<std::uint16_t>(sizes[byte % 16]);
+  for (std::size_t i = 0; i < N; ++i) frame.data[i] = static_cast<char>(turn + i);
+  return frame;
+}
+
+/// Gives the frames to a processor and to the model, and throws std::logic_error when their states, signals or log
+/// lines differ. Returns the number of signals taken.
+template <std::size_t N>
+std::size_t reassemble(const std::uint8_t* bytes, std::size_t count, std::uint32_t start_id, int log_level) {
+  Transcript lines, modelled_lines;
+  const RecordedLog log(lines, "ipc.signalprocessor", log_level);
+  SignalProcessor<N> processor(start_id);
+  ReassemblyModel<N> model(start_id, modelled_lines, log_level);
+  std::size_t signals = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto agree = [i](bool same, const char* what) {
+      if (!same)
+        throw std::logic_error(std::string(what) + " differs from the model's after frame " + std::to_string(i));
+    };
+    // A signal whose counts have missed each other would grow until the run spends all its time on copying.
+    const unsigned int byte = model.held() > 200'000 ? 0U : bytes[i];
+    signal_t_dyn<N> frame = make_frame<N>(byte, start_id, model.held(), i);
+    model.process(frame);
+    processor.process(std::move(frame));
+    agree(static_cast<int>(processor.get_state()) == model.state(), "the state");
+    if (byte >= 128) {
+      const auto taken = processor.take(), expected = model.take();
+      agree(taken.has_value() == expected.has_value(), "whether there is a signal");
+      agree(!taken || (taken->signal_id == expected->signal_id && taken->status == expected->status &&
+                       taken->sampling_frame == expected->sampling_frame && taken->data == expected->data),
+            "the signal");
+      signals += taken ? 1 : 0;
+    }
+    agree(lines == modelled_lines, "the log");
   }
-  both.compare_lines();
-  return {frames, both.taken};
+  return signals;
 }
 
 }  // namespace ecu::vorn::ipc::test

@@ -1,0 +1,17 @@
+#include <gtest/gtest.h>
+
+#include "logging/logging.h"
+
+using namespace ecu::vorn;
+
+TEST(AModule, IsOneObjectPerName) {
+  EXPECT_EQ(logging::module("door"), logging::module("door"));
+  EXPECT_NE(logging::module("door"), logging::module("window"));
+  EXPECT_EQ(logging::module("door")->name, "door");
+}
+
+TEST(TheLogLevel, IsInfoUntilItIsSet) {
+  EXPECT_EQ(logging::get_log_level(), 6);
+  logging::set_log_level(3);
+  EXPECT_EQ(logging::get_log_level(), 3);
+}
