@@ -1,77 +1,58 @@
 #include "ipc/wait_for_device.h"
 
-#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
+#include "support/descriptors.h"
 #include "support/interpose.h"
 
-namespace ecu::vorn::ipc::test {
-namespace {
+using namespace ecu::vorn::ipc;
+using namespace ecu::vorn::ipc::test;
 
 struct OpeningAPort : testing::Test {
   Transcript happened;
-  SystemCalls calls{&happened};
+  FakePort port{&happened};
   QueuePortWriter<24> writer;
   QueuePortReader<24> reader{nullptr};
 };
 
 TEST_F(OpeningAPort, PausesHalfASecondAfterEachFailedAttempt) {
-  const RecordedLog log(happened, "ipc.queuewriter");
-  calls.failing_opens = 1;
-  EXPECT_TRUE(writer.open("/dev/tx"));
-  EXPECT_EQ(text(happened), R"(DEBUG Open TX queue '/dev/tx'
-stat(/dev/tx)
-open(/dev/tx, 0x101001)
-nanosleep(0 s 500000000 ns)
-stat(/dev/tx)
-open(/dev/tx, 0x101001)
-INFO TX queue '/dev/tx' opened (retries: 1)
-)");
-}
-
-TEST_F(OpeningAPort, ClosesTheReadersOldPortFirst) {
-  const RecordedLog log(happened, "ipc.queuereader");
-  reader.open("/dev/rx");
-  happened.clear();
-  EXPECT_TRUE(reader.open("/dev/other"));
-  EXPECT_EQ(text(happened), R"(DEBUG Open RX queue '/dev/other'
-INFO associated file already opened, closing it first.
-close(1000)
-stat(/dev/other)
-open(/dev/other, 0x0)
-INFO RX queue '/dev/other' opened (retries: 0)
-)");
-}
-
-TEST_F(OpeningAPort, SucceedsAtTheLastOf120Attempts) {
-  calls.appears_after_sleeps = 119;
-  EXPECT_TRUE(writer.open("/dev/tx"));
+  const std::string link = testing::TempDir() + "kelt_device_" + std::to_string(::getpid());
+  port.during_sleep = [&] { EXPECT_EQ(port.sleeps < 2 ? 0 : ::symlink("/dev/null", link.c_str()), 0); };
+  const RecordedLog log(happened, "ipc.queuewriter", 6);
+  EXPECT_TRUE(writer.open(link));
+  EXPECT_EQ(text(happened), "nanosleep 500\nnanosleep 500\nINFO TX queue '" + link + "' opened (retries: 2)\n");
+  ::unlink(link.c_str());
 }
 
 TEST_F(OpeningAPort, FailsAfter120Attempts) {
-  const RecordedLog log(happened, "ipc.queuereader", 5);
-  calls.appears_after_sleeps = 121;
-  EXPECT_FALSE(reader.open("/dev/rx"));
-  EXPECT_EQ(calls.sleeps, 120U);
-  EXPECT_EQ(happened.back(), "ERROR Unable to open RX queue '/dev/rx' after 120 attempts!");
+  const RecordedLog log(happened, "ipc.queuereader");
+  EXPECT_FALSE(reader.open("/proc/self/exe"));
+  EXPECT_EQ(happened.front(), "DEBUG Open RX queue '/proc/self/exe'");
+  EXPECT_EQ(happened.back(), "ERROR Unable to open RX queue '/proc/self/exe' after 120 attempts!");
+  EXPECT_EQ(port.sleeps, 120U);
 }
 
-TEST_F(OpeningAPort, OpensCharacterDevicesOnly) {
-  calls.path_mode = S_IFREG;
-  EXPECT_FALSE(writer.open("/dev/tx"));
+TEST_F(OpeningAPort, ClosesTheOldPortFirst) {
+  const RecordedLog log(happened, "ipc.queuereader", 6);
+  reader.open("/dev/null");
+  happened.clear();
+  const int descriptors = open_descriptors();
+  reader.open("/dev/zero");
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(text(happened),
+            "INFO associated file already opened, closing it first.\n"
+            "INFO RX queue '/dev/zero' opened (retries: 0)\n");
 }
 
-TEST_F(OpeningAPort, HoldsTheDescriptorUntilThePortIsDestroyed) {
+TEST_F(OpeningAPort, HoldsADescriptorUntilThePortIsDestroyed) {
+  const int descriptors = open_descriptors();
   {
-    QueuePortWriter<24> tx;
-    QueuePortReader<24> rx(nullptr);
-    tx.open("/dev/tx");
-    rx.open("/dev/rx");
-    EXPECT_EQ(calls.open_descriptors.size(), 2U);
+    QueuePortReader<8> rx(nullptr);
+    QueuePortWriter<8> tx;
+    EXPECT_TRUE(rx.open("/dev/null") && tx.open("/dev/null"));
+    EXPECT_EQ(open_descriptors(), descriptors + 2);
   }
-  EXPECT_TRUE(calls.open_descriptors.empty());
+  EXPECT_EQ(open_descriptors(), descriptors);
 }
-
-}  // namespace
-}  // namespace ecu::vorn::ipc::test

@@ -9,29 +9,26 @@
 
 using namespace ecu::vorn::logging;
 
-TEST(AForkedChild, CanLogWhateverOtherThreadsWereDoing) {
-  const auto door = module("door");
-  const auto log = [&door] {
-    INFO << door << "line";
-    INFO.do_flush();
-  };
+static void log_a_line() {
+  INFO << module("door") << "line";
+  INFO.do_flush();
+}
+
+TEST(AForkedChild, LogsWhateverOtherThreadsWereDoing) {
   set_sink([](int, const std::string&, const std::string&) { (void)module("asked for in a sink"); });
   std::atomic<bool> done{false};
-  std::thread other([&] {
-    while (!done) log();
+  std::thread other([&done] {
+    while (!done) log_a_line();
   });
-  for (int i = 0; i < 20; ++i) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::alarm(60);  // ends a child that waits for a lock
-      log();
+  for (int i = 0, status = 0; i < 20 && status == 0; ++i) {
+    if (::fork() == 0) {
+      ::alarm(60);  // ends a child that waits for a lock for ever
+      log_a_line();
       ::_exit(0);
     }
-    int status = -1;
-    ::waitpid(child, &status, 0);
+    ::wait(&status);
     EXPECT_EQ(status, 0);
   }
   done = true;
   other.join();
-  set_sink({});
 }

@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <algorithm>
 #include <locale>
 #include <thread>
 
-#include "support/recorded_log.h"
+#include "logging/logging.h"
 
 using namespace ecu::vorn::logging;
-using _internal::LogStreambuf;
-
-namespace {
+using Lines = std::vector<std::string>;
 
 struct ALine : testing::Test {
   ALine() {
@@ -17,124 +15,107 @@ struct ALine : testing::Test {
       lines.push_back(std::to_string(level) + " " + name + ": " + line);
     });
   }
-  ~ALine() override { set_sink({}); }
+  ~ALine() override {
+    set_sink({});
+    set_log_level(6);
+  }
+  void write(_internal::LogStream& level, const std::string& line) {
+    level << door << line;
+    level.do_flush();
+  }
 
-  std::vector<std::string> lines;
+  Lines lines;
   const std::shared_ptr<LogModule> door = module("door"), window = module("window");
 };
 
-using Lines = std::vector<std::string>;
-
-TEST_F(ALine, IsHandedOverWhenItIsFlushed) {
-  INFO << door << "opened after " << 12 << " ms";
+TEST_F(ALine, EndsWhenItIsFlushed) {
+  INFO << door << "opened after " << 12 << ' ' << "ms";
   EXPECT_EQ(lines, Lines{});
   INFO.do_flush();
   INFO.do_flush();
   EXPECT_EQ(lines, Lines{"6 door: opened after 12 ms"});
 }
 
-TEST_F(ALine, IsEndedByTheNextOfItsLevel) {
+TEST_F(ALine, EndsWhenTheNextOfItsLevelBegins) {
   INFO << door << "first";
-  INFO << window << "second";
-  EXPECT_EQ(lines, Lines{"6 door: first"});
-  INFO.do_flush();
-  EXPECT_EQ(lines.back(), "6 window: second");
+  write(INFO, "second");
+  EXPECT_EQ(lines, (Lines{"6 door: first", "6 door: second"}));
 }
 
 TEST_F(ALine, IsWrittenUpToTheLogLevelAndFromWarningOnAlways) {
-  for (const int level : {2, 7}) {
+  for (const int level : {1, 6, 7}) {
     set_log_level(level);
-    for (auto* const stream : {&DEBUG, &INFO, &NOTICE, &WARNING, &ERROR, &CRITICAL}) {
-      *stream << door << level;
-      stream->do_flush();
-    }
+    for (auto* const each : {&DEBUG, &INFO, &NOTICE, &WARNING, &ERROR, &CRITICAL})
+      write(*each, std::to_string(level));
   }
-  set_log_level(6);
-  EXPECT_EQ(lines, (Lines{"4 door: 2", "3 door: 2", "2 door: 2", "7 door: 7", "6 door: 7", "5 door: 7", "4 door: 7",
-                          "3 door: 7", "2 door: 7"}));
+  EXPECT_EQ(lines,
+            (Lines{"4 door: 1", "3 door: 1", "2 door: 1", "6 door: 6", "5 door: 6", "4 door: 6", "3 door: 6",
+                   "2 door: 6", "7 door: 7", "6 door: 7", "5 door: 7", "4 door: 7", "3 door: 7", "2 door: 7"}));
 }
 
 TEST_F(ALine, OfAModuleThatIsSwitchedOffIsWrittenFromWarningOn) {
-  door->enabled = false;
-  NOTICE << door << "silent";
-  NOTICE.do_flush();
-  WARNING << door << "loud";
-  WARNING.do_flush();
-  door->enabled = true;
-  EXPECT_EQ(lines, Lines{"4 door: loud"});
-}
-
-TEST_F(ALine, KeepsWhatItHasWhenItsModuleIsSwitchedOffMeanwhile) {
-  INFO << door << "kept";
+  INFO << door << "begun before";
   door->enabled = false;
   INFO.do_flush();
+  write(NOTICE, "silent");
+  write(WARNING, "loud");
   door->enabled = true;
-  EXPECT_EQ(lines, Lines{"6 door: kept"});
+  EXPECT_EQ(lines, (Lines{"6 door: begun before", "4 door: loud"}));
 }
 
-TEST_F(ALine, WithoutAModuleIsNotWritten) {
-  ERROR << std::shared_ptr<LogModule>() << "lost";
-  ERROR.do_flush();
-  EXPECT_EQ(lines, Lines{});
-}
-
-TEST_F(ALine, LosesWhatFollowsANullStringAndTheNextLineLosesNothing) {
-  auto& stream = INFO << door;
-  stream << "kept" << static_cast<const char*>(nullptr) << "lost";
+TEST_F(ALine, KeepsNothingOfTheLineBefore) {
+  auto& stream = INFO << door << "kept" << static_cast<const char*>(nullptr) << "lost";
   INFO.do_flush();
   stream << "written after the end";
-  INFO << door << "next";
-  INFO.do_flush();
+  write(INFO, "next");
   EXPECT_EQ(lines, (Lines{"6 door: kept", "6 door: next"}));
 }
 
 TEST_F(ALine, InsideAnotherIsTheActiveOneUntilItEnds) {
   auto& outer = ERROR << door << "outer";
-  INFO << window << "inner" << '!';
-  EXPECT_EQ(LogStreambuf::get_active_module(), window);
+  INFO << window << "inner";
+  EXPECT_EQ(_internal::LogStreambuf::get_active_module(), window);
   INFO.do_flush();
-  EXPECT_EQ(LogStreambuf::get_active_module(), door);
+  EXPECT_EQ(_internal::LogStreambuf::get_active_module(), door);
   outer << " goes on";
-  ERROR.do_flush();
-  EXPECT_EQ(LogStreambuf::get_active_module(), nullptr);
-  EXPECT_EQ(lines, (Lines{"6 window: inner!", "3 door: outer goes on"}));
+  ERROR << std::shared_ptr<LogModule>() << "of no module";
+  EXPECT_EQ(_internal::LogStreambuf::get_active_module(), nullptr);
+  EXPECT_EQ(lines, (Lines{"6 window: inner", "3 door: outer goes on"}));
 }
 
-TEST_F(ALine, BelongsToItsThread) {
-  INFO << door << "of the main thread";
-  std::thread([] {
-    EXPECT_EQ(LogStreambuf::get_active_module(), nullptr);
-    INFO.do_flush();
-  }).join();
-  EXPECT_EQ(lines, Lines{});
-  INFO.do_flush();
+TEST_F(ALine, OfOneThreadIsNotMixedWithOthers) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < 1000; ++i) {
+        WARNING << door << t << " and " << t;
+        WARNING.do_flush();
+      }
+    });
+  }
+  for (int i = 0; i < 1000; ++i) set_log_level(i % 8);
+  for (std::thread& thread : threads) thread.join();
+  for (int t = 0; t < 8; ++t)
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "4 door: " + std::to_string(t) + " and " + std::to_string(t)),
+              1000);
 }
 
-TEST_F(ALine, HasTheClassicLocaleWhateverTheApplicationsIs) {
+TEST_F(ALine, HasTheClassicLocaleEvenWhenItsThreadEnds) {
   struct Grouping : std::numpunct<char> {
     std::string do_grouping() const override { return "\1"; }
   };
-  const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
-  std::thread([this] {
-    INFO << door << 1125;
-    INFO.do_flush();
-  }).join();
-  std::locale::global(before);
-  EXPECT_EQ(lines, Lines{"6 door: 1125"});
-}
-
-TEST_F(ALine, IsWrittenFromTheDestructorsOfAThreadsObjects) {
   struct Late {
     ~Late() {
-      INFO << module("late") << "the end";
+      INFO << test->door << 1125;
       INFO.do_flush();
     }
+    ALine* test;
   };
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
   std::thread([this] {
-    thread_local const Late late;
-    INFO << door << static_cast<const void*>(&late);
+    thread_local const Late late{this};
+    write(INFO, late.test == this ? "early" : "");
   }).join();
-  EXPECT_EQ(lines.back(), "6 late: the end");
+  std::locale::global(before);
+  EXPECT_EQ(lines, (Lines{"6 door: early", "6 door: 1125"}));
 }
-
-}  // namespace

@@ -12,42 +12,34 @@
 
 namespace ecu::vorn::ipc::test {
 
-/// A run of signals, the n-th of which can be made again from n alone: both ends know what is due.
+/// A sequence of signals. The n-th follows from n alone, so the receiver knows what is due.
 struct Traffic {
-  std::uint32_t count;
-  std::uint32_t shortest;
-  std::uint32_t longest;
+  std::uint32_t count, shortest, longest;
 
-  /// Identifiers begin at 1: 0 opens sampling frames.
+  /// Identifiers begin at 1, because 0 opens sampling frames.
   void make(std::uint32_t n, IpcSignal& signal) const {
-    std::uint32_t random = (n + 1) * 2654435761U;
     signal.signal_id = 1 + n % 0xFFFFFFE;
-    signal.data.resize(shortest + (random >> 8U) % (longest - shortest + 1));
-    for (char& byte : signal.data) {
-      random = random * 1664525U + 1013904223U;
-      byte = static_cast<char>(random >> 24U);
-    }
+    signal.data.resize(shortest + n * 7919 % (longest - shortest + 1));
+    for (std::size_t i = 0; i < signal.data.size(); ++i) signal.data[i] = static_cast<char>(n * 31 + i * 7 + i / 251);
   }
 };
 
 inline IpcSignal sampling_frame_start() { return {0, 0, 0, std::vector<char>(8)}; }
 
-/// Counts signals that come whole and in order; throws at the first that does not.
-class TrafficChecker : public IDataConsumer<IpcSignal> {
- public:
-  /// `when_all_came` is called behind the last one.
+/// Counts signals, and throws at the first that is not whole or not the one that is due.
+struct TrafficChecker : IDataConsumer<IpcSignal> {
+  /// Calls `when_all_came` after the last signal.
   TrafficChecker(const Traffic& expected, std::uint32_t& counter, std::function<void()> when_all_came = {})
       : traffic(expected), came(counter), all_came(std::move(when_all_came)) {}
 
   void consume(IpcSignal&& signal) override {
     traffic.make(came, due);
     if (signal.signal_id != due.signal_id || signal.data != due.data) {
-      throw std::runtime_error("signal " + std::to_string(came) + " of the traffic came as another, or not whole");
+      throw std::runtime_error("signal " + std::to_string(came) + " is not the one that was sent");
     }
     if (++came == traffic.count && all_came) all_came();
   }
 
- private:
   Traffic traffic;
   std::uint32_t& came;
   std::function<void()> all_came;
