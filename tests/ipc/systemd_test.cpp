@@ -18,10 +18,10 @@ void without_property(FakeBus& bus) { bus.property_failure = {"org.No", "not tod
 void without_error_name(FakeBus& bus) { bus.method_failure = {nullptr, nullptr}; }
 
 // What is called. Gives the result as text.
-std::string start(Systemd& s) { return PrintToString(s.start_unit("a")); }
-std::string stop(Systemd& s) { return PrintToString(s.stop_unit("a")); }
-std::string restart(Systemd& s) { return PrintToString(s.restart_unit("a")); }
-std::string reload(Systemd& s) { return PrintToString(s.reload_unit("a")); }
+template <bool (Systemd::*call)(const std::string&)>
+std::string on_a(Systemd& s) {
+  return PrintToString((s.*call)("a"));
+}
 std::string start_nothing(Systemd& s) { return PrintToString(s.start_unit("")); }
 template <int action>
 std::string act(Systemd& s) {
@@ -50,11 +50,8 @@ const std::string manager = "org.freedesktop.systemd1 /org/freedesktop/systemd1 
                   no_property = "ERROR Retrieving property of 'Some' failed: ", refusal = "org.No: not today\n",
                   no_path = "could not be parsed: No such device or address\n",
                   no_bus = "CRITICAL Unable to retrieve connection to DBus system bus: Connection refused\n";
-std::string job(const std::string& method, const std::string& unit, const std::string& mode) {
-  return manager + method + " " + unit + " " + mode + "\n";
-}
 std::string queued(const std::string& method, const std::string& unit, const std::string& mode) {
-  return job(method, unit, mode) + "INFO " + method + " '" + unit + "' issued successfully\n";
+  return manager + method + " " + unit + " " + mode + "\nINFO " + method + " '" + unit + "' issued successfully\n";
 }
 
 struct Case {
@@ -65,23 +62,23 @@ struct Case {
 };
 
 const Case cases[] = {
-    {"Start", start, well, queued("StartUnit", "a", "replace") + "true"},
-    {"Stop", stop, well, queued("StopUnit", "a", "replace") + "true"},
-    {"Restart", restart, well, queued("RestartUnit", "a", "replace") + "true"},
-    {"Reload", reload, well, queued("ReloadUnit", "a", "replace") + "true"},
+    {"Start", on_a<&Systemd::start_unit>, well, queued("StartUnit", "a", "replace") + "true"},
+    {"Stop", on_a<&Systemd::stop_unit>, well, queued("StopUnit", "a", "replace") + "true"},
+    {"Restart", on_a<&Systemd::restart_unit>, well, queued("RestartUnit", "a", "replace") + "true"},
+    {"Reload", on_a<&Systemd::reload_unit>, well, queued("ReloadUnit", "a", "replace") + "true"},
     {"StopInAnotherMode", act<0>, well, queued("StopUnit", "a", "fail") + "true"},
     {"UnknownAction", act<4>, well, "false"},
     {"StartWithoutAName", start_nothing, well, "false"},
-    {"StartRefused", start, with_errors,
-     job("StartUnit", "a", "replace") + "ERROR Call to StartUnit 'a' failed: " + refusal + "false"},
-    {"StartAnsweredUnreadably", start, unreadably,
-     job("StartUnit", "a", "replace") + "ERROR DBus response message from StartUnit 'a' " + no_path + "true"},
-    {"StartWithoutABus", start, not_at_all, no_bus + "false"},
+    {"StartRefused", on_a<&Systemd::start_unit>, with_errors,
+     manager + "StartUnit a replace\nERROR Call to StartUnit 'a' failed: " + refusal + "false"},
+    {"StartAnsweredUnreadably", on_a<&Systemd::start_unit>, unreadably,
+     manager + "StartUnit a replace\nERROR DBus response message from StartUnit 'a' " + no_path + "true"},
+    {"StartWithoutABus", on_a<&Systemd::start_unit>, not_at_all, no_bus + "false"},
     {"Isolate", isolate, well, queued("StartUnit", "t.target", "isolate") + "NOTICE Changed to target 't'\ntrue"},
     {"IsolateWithSuffix", isolate_suffix, well,
      queued("StartUnit", ".target", "isolate") + "NOTICE Changed to target '.target'\ntrue"},
     {"IsolateRefused", isolate, with_errors,
-     job("StartUnit", "t.target", "isolate") + "ERROR Call to StartUnit 't.target' failed: " + refusal + "false"},
+     manager + "StartUnit t.target isolate\nERROR Call to StartUnit 't.target' failed: " + refusal + "false"},
     {"StartServices", start_services, well,
      manager + "LoadUnit t.target\norg.freedesktop.systemd1 /unit/a org.freedesktop.systemd1.Unit Wants\n" +
          queued("StartUnit", "b.service", "replace") + queued("StartUnit", ".service", "replace")},

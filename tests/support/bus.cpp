@@ -52,11 +52,10 @@ int sd_bus_call_method(sd_bus* /*connection*/, const char* destination, const ch
   std::string words = va_arg(arguments, const char*);
   if (std::strcmp(types, "ss") == 0) words += std::string(" ") + va_arg(arguments, const char*);
   va_end(arguments);
-  const int result = answer(bus->method_failure, error, {destination, path, interface, member, words.c_str()});
-  if (result < 0) return result;
+  if (answer(bus->method_failure, error, {destination, path, interface, member, words.c_str()}) < 0) return -EIO;
   ++bus->held;
   *reply = reinterpret_cast<sd_bus_message*>(::strdup("/unit/a"));
-  return result;
+  return 1;
 }
 
 int sd_bus_message_read(sd_bus_message* reply, const char* types, ...) {
@@ -76,18 +75,18 @@ sd_bus_message* sd_bus_message_unref(sd_bus_message* reply) {
 
 int sd_bus_get_property_string(sd_bus* /*connection*/, const char* destination, const char* path,
                                const char* interface, const char* member, sd_bus_error* error, char** value) {
-  const int result = answer(bus->property_failure, error, {destination, path, interface, member});
-  if (result >= 0) *value = ::strdup(bus->property.c_str());
-  return result;
+  if (answer(bus->property_failure, error, {destination, path, interface, member}) < 0) return -EIO;
+  *value = ::strdup(bus->property.c_str());
+  return 1;
 }
 
 int sd_bus_get_property_strv(sd_bus* /*connection*/, const char* destination, const char* path, const char* interface,
                              const char* member, sd_bus_error* error, char*** array) {
-  const int result = answer(bus->property_failure, error, {destination, path, interface, member});
-  if (result < 0 || bus->list.empty()) return result;
+  if (answer(bus->property_failure, error, {destination, path, interface, member}) < 0) return -EIO;
+  if (bus->list.empty()) return 1;
   *array = static_cast<char**>(std::calloc(bus->list.size() + 1, sizeof(char*)));
   for (std::size_t i = 0; i < bus->list.size(); ++i) (*array)[i] = ::strdup(bus->list[i].c_str());
-  return result;
+  return 1;
 }
 
 }  // extern "C"

@@ -10,8 +10,8 @@
 /// own definition first, for calls from the libraries too. A fake answers while its object lives.
 namespace ecu::vorn::ipc::test {
 
-/// What is behind each device that a test opens (usually /dev/null): it answers poll, read and write on every
-/// descriptor above 2, and nanosleep returns at once. Opening, closing and examining devices stay real.
+/// What is behind each device that a test opens (usually /dev/null): it answers poll, read and write, and nanosleep
+/// returns at once. Opening, closing and examining devices stay real.
 struct FakePort {
   /// Notes poll, read and write in the transcript, if there is one.
   explicit FakePort(Transcript* transcript = nullptr);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 #include "ipc/signal_processor.h"
 #include "support/recorded_log.h"
@@ -88,6 +89,10 @@ signal_t_dyn<N> make_frame(unsigned int byte, std::uint32_t start_id, std::size_
   return frame;
 }
 
+inline auto fields_of(const IpcSignal& signal) {
+  return std::tie(signal.signal_id, signal.status, signal.sampling_frame, signal.data);
+}
+
 /// Gives the frames to a processor and to the model, and throws std::logic_error when their states, signals or log
 /// lines differ. Bit 7 of a byte says that `take` is called after its frame. Returns how many signals were taken.
 template <std::size_t N>
@@ -107,11 +112,8 @@ std::size_t reassemble(const std::uint8_t* bytes, std::size_t count, std::uint32
     if (byte >= 128) {
       const auto taken = processor.take(), expected = model.take();
       same = same && taken.has_value() == expected.has_value();
-      if (same && taken) {
-        same = taken->signal_id == expected->signal_id && taken->status == expected->status &&
-               taken->sampling_frame == expected->sampling_frame && taken->data == expected->data;
-        ++signals;
-      }
+      if (same && taken) same = fields_of(*taken) == fields_of(*expected);
+      signals += taken ? 1 : 0;
     }
     if (!same || lines != model.lines) {
       throw std::logic_error("differs from the model at frame " + std::to_string(i) + "\n" + text(lines) +
