@@ -154,32 +154,27 @@ TEST(States, OutsideTheEnumerationHaveEmptyNames) {
   EXPECT_EQ(Systemd().to_str(static_cast<Systemd::InstallState>(9)), "");
 }
 
-/// An application's own, which needs no bus.
+/// Works without a bus, as an application's test does.
 struct BuslessSystemd : Systemd {
   Transcript list_unit_dependencies(const std::string& unit, const std::string& which) override {
-    return {unit + " " + which + ".service"};
+    return {unit + "." + which + ".service"};
   }
+  ActiveState get_unit_activestate(const std::string& /*unit*/) override { return ACTIVE_STATE_ACTIVATING; }
   bool start_unit(const std::string& unit) override { return note("start " + unit); }
   bool stop_unit(const std::string& unit) override { return note("stop " + unit); }
   bool start_isolate_target(const std::string& target) override { return note("isolate " + target); }
-  ActiveState get_unit_activestate(const std::string& unit) override {
-    return note("state of " + unit) ? ACTIVE_STATE_ACTIVE : ACTIVE_STATE_ERROR;
-  }
   bool note(const std::string& what) {
-    happened.push_back(what);
+    happened += what + "\n";
     return true;
   }
-  Transcript happened;
+  std::string happened;
 };
 
 TEST(CompositeMembers, CallTheOthersThroughTheVirtualTable) {
   BuslessSystemd systemd;
-  EXPECT_TRUE(systemd.change_target("t"));
-  EXPECT_TRUE(systemd.is_target_active("t"));
-  EXPECT_FALSE(systemd.are_target_services_stopped("t.target"));
+  EXPECT_TRUE(systemd.change_target("t") && systemd.is_target_active("t"));
+  EXPECT_FALSE(systemd.are_target_services_stopped("t"));
   systemd.start_target_services("t.target");
   systemd.stop_target_services("t");
-  EXPECT_EQ(text(systemd.happened),
-            "isolate t\nstate of t.target\nstate of t.target Wants.service\n"
-            "start t.target Wants.service\nstop t.target Wants.service\n");
+  EXPECT_EQ(systemd.happened, "isolate t\nstart t.target.Wants.service\nstop t.target.Wants.service\n");
 }

@@ -15,14 +15,3 @@ TEST(AQueuingPort, IsACharacterDevice) {
     EXPECT_FALSE(is_queuing_port_ok(fd)) << path << ", closed";
   }
 }
-
-TEST(AQueuingPort, HasANameInTheFileSystem) {
-  const int controller = ::posix_openpt(O_RDWR | O_NOCTTY);
-  ::grantpt(controller);
-  ::unlockpt(controller);
-  const int fd = ::open(::ptsname(controller), O_RDWR | O_NOCTTY);
-  EXPECT_TRUE(is_queuing_port_ok(fd));
-  ::close(controller);  // removes the node
-  EXPECT_FALSE(is_queuing_port_ok(fd));
-  ::close(fd);
-}
