@@ -62,7 +62,7 @@ struct ReassemblyModel {
   void note(const std::string& begin, Pieces... pieces) {
     if (begin[0] == 'D' && log_level < 7) return;
     std::ostringstream line;
-    (line << begin << std::hex << ... << pieces);
+    ((line << begin << std::hex) << ... << pieces);
     lines.push_back(line.str());
   }
 
