@@ -32,6 +32,18 @@ TEST(OpeningAPort, FailsAfter120Attempts) {
   EXPECT_EQ(port.sleeps, 120U);
 }
 
+TEST(OpeningAPort, ClosesTheOldPortFirst) {
+  Transcript happened;
+  const RecordedLog log(happened, "ipc.queuereader", 6);
+  QueuePortReader<24> reader(nullptr);
+  reader.open("/dev/null");
+  reader.open("/dev/zero");
+  EXPECT_EQ(text(happened), R"(INFO RX queue '/dev/null' opened (retries: 0)
+INFO associated file already opened, closing it first.
+INFO RX queue '/dev/zero' opened (retries: 0)
+)");
+}
+
 TEST(OpeningAPort, TakesOneDescriptorUntilThePortIsDestroyed) {
   const int descriptors = open_descriptors();
   {
