@@ -1,0 +1,37 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "ipc/queue_port_writer.h"
+#include "ipc/signal_processor.h"
+
+using namespace ecu::vorn::ipc;
+
+static std::size_t allocated = 0;
+
+// Not inline: GCC takes inlined calls of malloc and free for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  allocated += size;
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
+
+TEST(SendingASignal, AllocatesNothing) {
+  const IpcSignal signal{5, 0, 0, std::vector<char>(1000)};
+  QueuePortWriter<8> writer;
+  writer.open("/dev/null");
+  const std::size_t before = allocated;
+  EXPECT_TRUE(writer.transmit_data(signal));
+  EXPECT_EQ(allocated, before);
+}
+
+TEST(ReceivingAFrame, AllocatesNoMoreThanItCarriesWhateverItAnnounces) {
+  SignalProcessor<8> processor(0);
+  processor.process({0, 0, 0, {}});
+  const std::size_t before = allocated;
+  processor.process({5, 0, 65535, {}});
+  EXPECT_LE(allocated - before, 8U);
+}
