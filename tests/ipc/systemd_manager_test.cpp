@@ -10,7 +10,7 @@
 #include "support/recorded_log.h"
 #include "support/soon.h"
 
-// On a real manager, with the units of tests/units: one of its own (scripts/lib/private-systemd), or process 1. What
+// On a real manager, with the units of tests/units: one of its own (scripts/private-systemd), or process 1. What
 // becomes of units is played with the tool (tests/tools/units.transcript).
 namespace ecu::vorn::ipc::test {
 namespace {
