@@ -1,12 +1,13 @@
 # shellcheck shell=bash
 # Sourced: Debian systems in folders, made of packages from where this machine's own packages come from.
 #
-#   debian_source                                  "URI SUITE main": where that is. The release alone, without its updates,
-#                                                  which do not always have one version of a package for two architectures
-#   make_root FOLDER PACKAGES [MMDEBSTRAP_OPTION...]   makes one of the packages (words) and of what they depend on. A folder
-#                                                  that was made the same way before is left alone.
-#   in_root FOLDER COMMAND [ARG...]                runs a command there, with processes of its own; needs root
-#   copy_sources FOLDER                            this project, as a source archive has it: no git, nothing built
+#   debian_source                     "URI SUITE main": where that is. The suite is this machine's own release, or
+#                                     DEBIAN_RELEASE, alone: its updates do not always have a package for all architectures
+#   make_root FOLDER PACKAGES [MMDEBSTRAP_OPTION...]
+#                                     makes one of the packages (words) and of what they depend on. A folder that was made
+#                                     the same way before is left alone.
+#   in_root FOLDER COMMAND [ARG...]   runs a command there, with processes of its own; needs root
+#   copy_sources FOLDER               this project, as a source archive has it: no git, nothing built
 
 debian_source() {
   local release from
@@ -18,7 +19,7 @@ debian_source() {
     printf 'apt knows no source of "%s main" here: this needs a Debian machine, and apt-get update\n' "$release" >&2
     return 1
   fi
-  printf '%s\n' "${from%%$'\n'*}"
+  printf '%s %s main\n' "${from%% *}" "${DEBIAN_RELEASE:-$release}"
 }
 
 make_root() {
