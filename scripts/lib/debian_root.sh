@@ -6,6 +6,8 @@
 #   make_root FOLDER PACKAGES [MMDEBSTRAP_OPTION...]
 #                                     makes one of the packages (words) and of what they depend on. A folder that was made
 #                                     the same way before is left alone.
+#   fresh_root FOLDER                 makes one anew of the essential packages alone, with this project in /srv/libkeltipc:
+#                                     what a run before installed would hide what a list of packages lacks
 #   in_root FOLDER COMMAND [ARG...]   runs a command there, with processes of its own; needs root
 #   copy_sources FOLDER               this project, as a source archive has it: no git, nothing built
 
@@ -37,6 +39,12 @@ make_root() {
   mmdebstrap --include="${packages// /,}" "$@" "$(cut -d ' ' -f 2 <<<"$from")" - "deb $from" \
     2>"$folder.log" | tar -x --exclude='./dev/*' -C "$folder" || { cat "$folder.log" >&2; return 1; }
   printf '%s\n' "$made_from" >"$folder.made-from"
+}
+
+fresh_root() {
+  rm -f "$1.made-from"
+  make_root "$1" ca-certificates --variant=minbase
+  copy_sources "$1/srv/libkeltipc"
 }
 
 in_root() {
