@@ -9,7 +9,7 @@
 #include "ipc/queue_port_writer.h"
 #include "ipc/signal_processor.h"
 
-/// Run by scripts/lib/instruction-counts under callgrind. The instructions of each figure go to a dump of their own,
+/// Run by bench/instruction-counts under callgrind. The instructions of each figure go to a dump of their own,
 /// whose name contains the divisor. Instructions of the kernel are not counted.
 namespace {
 

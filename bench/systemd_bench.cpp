@@ -17,7 +17,7 @@
 #include "logging/logging.h"
 #include "turn_about.h"
 
-/// Needs the units of scripts/lib/demo-units on the system bus's manager.
+/// Needs the units of examples/units on the system bus's manager.
 namespace {
 
 using ecu::vorn::ipc::Systemd;

@@ -1,5 +1,6 @@
-# What the pages link to in the source, as Doxygen needs it: a file that it reads too has a page of its own, others lie
-# beside the pages (HTML_EXTRA_FILES). The text of a reference cannot be code.
+# Doxygen 1.9.4 copies a Markdown link to a source file as it is, and has no option for it, so that it leads nowhere in
+# the HTML. Here a file that Doxygen reads gets a link to its page; others lie beside the pages (HTML_EXTRA_FILES). The text
+# of a reference cannot be code.
 s#\[`?([^]`]*)`?\]\((\.\./)*(include|examples)/([^)]*\.(h|cpp))\)#[\1](@ref \4)#g
 s#\]\((\.\./)*[^):@]*/([^):/]*\.(cpp|txt|rules|service))\)#](\2)#g
 # Doxygen finds images by their path below IMAGE_PATH.

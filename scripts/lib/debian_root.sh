@@ -1,42 +1,53 @@
 # shellcheck shell=bash
-# Sourced: Debian systems in folders, of the release and from the package sources of this machine. Needs root.
+# Sourced: Debian systems in folders, made of packages from where this machine's own packages come from.
 #
-#   make_root FOLDER LIST [MMDEBSTRAP_OPTION...]   the packages in the file LIST, one a line, and the essential ones.
-#                                                  A folder made the same way before is left alone.
-#   copy_sources FOLDER                            this project, as a source archive has it: no git, nothing built
-#   in_root FOLDER COMMAND [ARG...]                runs a command as root there, with processes of its own
+#   debian_source                     "URI SUITE main": where that is. The suite is this machine's own release, or
+#                                     DEBIAN_RELEASE, alone: its updates do not always have a package for all architectures
+#   make_root FOLDER PACKAGES [MMDEBSTRAP_OPTION...]
+#                                     makes one of the packages (words) and of what they depend on. A folder that was made
+#                                     the same way before is left alone.
+#   fresh_root FOLDER                 makes one anew of the essential packages alone, with this project in /srv/libkeltipc:
+#                                     what a run before installed would hide what a list of packages lacks
+#   in_root FOLDER COMMAND [ARG...]   runs a command there, with processes of its own; needs root
+#   copy_sources FOLDER               this project, as a source archive has it: no git, nothing built
 
-# shellcheck source=scripts/lib/debian_source.sh
-source "$(dirname "${BASH_SOURCE[0]}")/debian_source.sh"
+debian_source() {
+  local release from
+  # shellcheck source=/dev/null
+  release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
+  # shellcheck disable=SC2016  # The dollar signs are apt-get's.
+  if ! from=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
+    grep " $release main$"); then
+    printf 'apt knows no source of "%s main" here: this needs a Debian machine, and apt-get update\n' "$release" >&2
+    return 1
+  fi
+  printf '%s %s main\n' "${from%% *}" "${DEBIAN_RELEASE:-$release}"
+}
 
 make_root() {
-  local folder=$1 list=$2 made_from from suite
+  local folder=$1 packages from made_from
+  packages=$(xargs <<<"$2")
   shift 2
-  ((EUID == 0)) || { printf 'A Debian system in a folder needs root\n' >&2; return 1; }
-  from=$(debian_source)
-  suite=$(cut -d ' ' -f 2 <<<"$from")
-  made_from="$suite $* $(<"$list")"
-  if [[ -f $folder.made-from && -d $folder && $(<"$folder.made-from") == "$made_from" ]]; then return; fi
+  from=$(debian_source) || return
+  made_from="$from $* $packages"
+  if [[ -d $folder && $(cat "$folder.made-from" 2>&1) == "$made_from" ]]; then return; fi
 
   printf 'Making a Debian system in %s\n' "$folder"
   rm -rf "$folder" "$folder.made-from"
-  mkdir -p "$(dirname "$folder")"
-  if ! mmdebstrap --variant=minbase --include="$(grep -v '^#' "$list" | paste -sd,)" "$@" "$suite" "$folder" \
-    "deb $from" 2>"$folder.log"; then
-    cat "$folder.log" >&2
-    return 1
-  fi
+  mkdir -p "$folder"
+  # Through tar, so that without root everything belongs to whoever calls.
+  mmdebstrap --include="${packages// /,}" "$@" "$(cut -d ' ' -f 2 <<<"$from")" - "deb $from" \
+    2>"$folder.log" | tar -x --exclude='./dev/*' -C "$folder" || { cat "$folder.log" >&2; return 1; }
   printf '%s\n' "$made_from" >"$folder.made-from"
 }
 
-copy_sources() {
-  mkdir -p "$1"
-  tar -c --exclude=./.git --exclude=./build . | tar -x --no-same-owner -C "$1"
+fresh_root() {
+  rm -f "$1.made-from"
+  make_root "$1" ca-certificates --variant=minbase
+  copy_sources "$1/srv/libkeltipc"
 }
 
 in_root() {
-  local folder=$1
-  shift
   # shellcheck disable=SC2016  # Expanded by the inner shell.
   unshare --mount --pid --fork --kill-child bash -euc '
     folder=$(realpath "$1"); shift
@@ -46,5 +57,10 @@ in_root() {
     mount --rbind /sys "$folder/sys"
     cp /etc/resolv.conf "$folder/etc/resolv.conf"
     exec chroot "$folder" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 "$@"
-  ' in_root "$folder" "$@"
+  ' in_root "$@"
+}
+
+copy_sources() {
+  mkdir -p "$1"
+  tar -c --exclude=./.git --exclude=./build . | tar -x --no-same-owner -C "$1"
 }

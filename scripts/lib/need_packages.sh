@@ -3,25 +3,22 @@
 # As root it installs what is missing, saying so first; else it prints the command that does and ends the script.
 
 need_packages() {
-  local package lists missing=()
-  lists=$(cat "$@") || return
-  while read -r package; do
-    [[ -z $package || $package == \#* ]] && continue
-    [[ $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) == "install ok installed" ]] || missing+=("$package")
-  done <<<"$lists"
-  ((${#missing[@]} == 0)) && return
+  local packages missing
+  packages=$(grep -hv '^#' "$@")
+  missing=$(comm -23 <(sort -u <<<"$packages") \
+    <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort -u) | paste -sd ' ')
+  [[ -n $missing ]] || return 0
 
   if ((EUID != 0)); then
     printf 'These packages are missing. Install them, then run this again:\n\n  sudo apt-get install --no-install-recommends %s\n\n' \
-      "${missing[*]}" >&2
+      "$missing" >&2
     exit 1
   fi
-  printf 'Installing through apt: %s\n' "${missing[*]}"
-  local log status=0
+  printf 'Installing through apt: %s\n' "$missing"
+  local log
   log=$(mktemp)
-  { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"; } \
-    >"$log" 2>&1 </dev/null || status=$?
-  ((status == 0)) || cat "$log" >&2
-  rm -f "$log"
-  return "$status"
+  # shellcheck disable=SC2086  # one word a package
+  { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
+    >"$log" 2>&1 </dev/null || { cat "$log" >&2; return 1; }
+  rm "$log"
 }
