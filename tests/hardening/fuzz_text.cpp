@@ -1,10 +1,9 @@
 #include <cstdlib>
-#include <sstream>
 
 #include "filter.h"
 #include "input_error.h"
 #include "log_record.h"
-#include "replay_plan.h"
+#include "replay.h"
 #include "signal_text.h"
 
 using namespace keltipc;
@@ -33,8 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     require(to_log_line(parse_log_line(line)) == line);
   });
   try_to([&] {
-    std::istringstream log(text);
-    for (const Outgoing& next : plan_replay(log, 0x10)) require(next.pause.count() >= 0);
+    for (const Outgoing& next : Replay(0x10, 1).next(text)) require(next.pause.count() >= 0);
   });
   const std::string word = escape_word(text);
   require(unescape_word(word) == text && word.find_first_of(" \n\r\t\x1b") == std::string::npos);

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <string>
 
 #include "hex.h"
 #include "log_record.h"
-#include "replay_plan.h"
+#include "replay.h"
 
 // What no session with the tool shows: the clock's digits, and for how long nothing is to be sent.
 namespace keltipc {
@@ -19,16 +19,18 @@ TEST(ALogLine, IsPrintedAsItWasRead) {
 }
 
 TEST(AReplay, PausesOnceBeforeASignalAndNotWhereTheClockWasSetBack) {
-  std::istringstream log(
-      "(9.000000) p 5:f:0#01\n\n(9.500000) p 6:0:0#02\n(7.000000) p 5:0:aa#03\n(7.000001) p 5:0:b#\n");
+  Replay replay(0x10, 2);
   std::string plan;
-  for (const auto& [signal, pause] : plan_replay(log, 0x10)) {
-    append_payload(plan += to_hex(signal.signal_id) + "#", signal.data);
-    plan += "+" + std::to_string(pause.count()) + " ";
+  for (const char* line : {"(9.000000) p 5:f:0#01", "(9.500000) p 6:0:0#02", "(7.000000) p 5:0:aa#03",
+                           R"({"time":7.000002,"device":"p","id":"5","status":1,"sampling_frame":"b","data":""})"}) {
+    for (const auto& [signal, pause, opens] : replay.next(line)) {
+      append_payload(plan += to_hex(signal.signal_id) + "#", signal.data);
+      plan += "+" + std::to_string(pause.count()) + (opens ? " opens " : " ");
+    }
   }
-  EXPECT_EQ(
-      plan,
-      "10#0000000000000000+0 f0000005#01+0 6#02+500000 10#aa00000000000000+0 5#03+0 10#0b00000000000000+1 5#+0 ");
+  EXPECT_EQ(plan,
+            "10#0000000000000000+0 opens f0000005#01+0 6#02+250000 10#aa00000000000000+0 opens 5#03+0 "
+            "10#0b00000000000000+1 opens 10000005#+0 ");
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 namespace keltipc {
 
-/// Owns a file descriptor; a negative one is none.
+/// Owns a file descriptor; a negative one stands for none.
 class Descriptor {
  public:
   explicit Descriptor(int owned) : fd(owned) {}
@@ -26,11 +26,11 @@ class Descriptor {
   int fd;
 };
 
-/// What the system call of that name gave. Throws std::system_error for -1.
-inline Descriptor given_by(const char* call, int fd) {
-  Descriptor given(fd);
-  if (!given) throw std::system_error(errno, std::generic_category(), call);
-  return given;
+/// Owns what the system call named `call` returned. Throws std::system_error for -1.
+inline Descriptor checked_descriptor(const char* call, int fd) {
+  Descriptor owned(fd);
+  if (!owned) throw std::system_error(errno, std::generic_category(), call);
+  return owned;
 }
 
 }  // namespace keltipc

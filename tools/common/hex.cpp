@@ -8,29 +8,33 @@
 namespace keltipc {
 namespace {
 
-constexpr std::string_view blanks = " \t";
 constexpr std::string_view separators = ". \t";
 
-std::string_view without_blanks_around(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+void refuse_prefix(std::string_view text) {
+  if (text.size() > 1 && text[0] == '0' && (text[1] | 0x20) == 'x') throw InputError("write it without 0x");
 }
 
 unsigned int digit_value(char c) {
-  if (!is_hex_digit(c)) throw BadText(quote({&c, 1}) + " is no hexadecimal digit");
+  if (!is_hex_digit(c)) throw InputError(quote({&c, 1}) + " is not a hex digit");
   return c <= '9' ? static_cast<unsigned int>(c - '0') : (static_cast<unsigned int>(c) | 0x20U) - 'a' + 10;
 }
 
 char byte_at_front(std::string_view text) {
   const unsigned int high = digit_value(text.front());
   if (text.size() < 2 || separators.find(text[1]) != std::string_view::npos) {
-    throw BadText("an odd digit: each byte takes two");
+    throw InputError("odd number of hex digits");
   }
   return static_cast<char>((high << 4U) | digit_value(text[1]));
 }
 
 }  // namespace
+
+std::string_view without_blanks_around(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
 
 bool is_hex_digit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
@@ -42,15 +46,23 @@ std::optional<std::uint64_t> parse_hex(std::string_view text, std::uint64_t limi
   return value;
 }
 
+std::uint64_t parse_hex_field(std::string_view text, std::uint64_t limit, const char* name) {
+  refuse_prefix(text);
+  if (const auto value = parse_hex(text, limit)) return *value;
+  const std::size_t digits = to_hex(limit).size();
+  throw InputError(std::string("invalid ") + name + ": up to " + std::to_string(digits) + " hex digits");
+}
+
 std::vector<char> parse_payload(std::string_view text) {
   std::vector<char> payload;
   text = without_blanks_around(text);
+  refuse_prefix(text);
   while (!text.empty()) {
-    if (payload.size() == longest_payload) throw BadText("more than 65535 bytes");
+    if (payload.size() == longest_payload) throw InputError("more than 65535 bytes");
     payload.push_back(byte_at_front(text));
     text.remove_prefix(2);
     const std::size_t next = text.find_first_not_of(separators);
-    if (next == std::string_view::npos && !text.empty()) throw BadText("no byte behind the last dot");
+    if (next == std::string_view::npos && !text.empty()) throw InputError("no byte after the last dot");
     if (!text.empty()) text.remove_prefix(next);
   }
   return payload;

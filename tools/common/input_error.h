@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -9,36 +8,21 @@
 
 namespace keltipc {
 
-/// Input that is refused before anything is done with it. Its sentence names it: "'12#345': an odd digit"
+/// Input that is refused. A parser gives the reason alone; its caller knows where the text came from and names it.
 class InputError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
-  InputError(std::string_view input, const std::string& reason) : std::runtime_error(quote(input) + ": " + reason) {}
+  explicit InputError(const std::string& reason) : std::runtime_error(reason) {}
+  /// "'12#345': odd number of hex digits"
+  InputError(std::string_view input, const std::string& reason) : InputError(quote(input) + ": " + reason) {}
 };
 
-/// What is wrong with a part of an input; whoever knows the whole makes an InputError of it.
-class BadText : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-/// Runs `parse`, whose complaints are about `input`.
-template <typename Parse>
-auto parse_input(std::string_view input, const Parse& parse) {
+/// What `parse` makes of `text`; an InputError names the text.
+template <typename Parsed>
+Parsed parse_named(Parsed (*parse)(std::string_view), std::string_view text) {
   try {
-    return parse();
-  } catch (const BadText& fault) {
-    throw InputError(input, fault.what());
-  }
-}
-
-/// Runs `parse`, whose complaints are about that line.
-template <typename Parse>
-auto parse_line(std::size_t number, const Parse& parse) {
-  try {
-    return parse();
+    return parse(text);
   } catch (const InputError& error) {
-    throw InputError("line " + std::to_string(number) + ": " + error.what());
+    throw InputError(text, error.what());
   }
 }
 

@@ -22,7 +22,7 @@ inline sigset_t stop_signals() {
 /// Readable once one of them has come. They must be blocked.
 inline Descriptor open_stop_signals() {
   const sigset_t signals = stop_signals();
-  return given_by("signalfd", ::signalfd(-1, &signals, SFD_CLOEXEC));
+  return checked_descriptor("signalfd", ::signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 }  // namespace keltipc

@@ -35,36 +35,57 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  command.add_option("--wait", options.wait, "Wait that long for the device to appear; then status 124")
+  command.add_option("--wait", options.wait, "How long the device may take to appear")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->capture_default_str();
   command
       .add_option("--log-level", options.log_level,
-                  "The library's own lines on standard error, up to that level:\n"
-                  "2 critical, 3 errors, 4 warnings, 5 notices, 6 information, 7 all")
+                  "Show the library's own lines up to that level:\n"
+                  "2 critical, 3 errors, 4 warnings, 5 notices,\n6 information, 7 all")
       ->transform(whole_number(0, 7))
       ->type_name("0..7")
       ->capture_default_str();
 }
 
+void add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* signals) {
+  const auto replay =
+      command.add_option("--replay", options.replay, "Send a log of 'keltipc dump'; - is standard input")
+          ->option_text("FILE")
+          ->check(not_empty("no file is named"))
+          ->excludes(signals)
+          ->group("Replay");
+  const auto speed = command.add_option("--speed", options.speed, "2 halves the pauses of the log, 0.5 doubles them")
+                         ->option_text("FACTOR")
+                         ->check(CLI::Range(0.001, 1000.0))
+                         ->needs(replay)
+                         ->group("Replay");
+  command.add_flag("--no-timing", options.no_timing, "Leave out the pauses of the log")
+      ->option_text(" ")
+      ->needs(replay)
+      ->excludes(speed)
+      ->group("Replay");
+}
+
 void declare_send(CLI::App& command, SendOptions& options) {
-  command.add_option("DEVICE", options.device, "The port's device")->required()->type_name("");
-  const auto signals = command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE or -")->type_name("");
-  const auto replay = command.add_option("--replay", options.replay, "Send a log again; - is standard input")
-                          ->type_name("FILE")
-                          ->check(not_empty("no file is named"))
-                          ->excludes(signals);
-  command.add_flag("--no-timing", options.no_timing, "Replay without the pauses of the log")->needs(replay);
+  command.add_option("DEVICE", options.device, "The port's device")->required()->option_text(" ");
+  const auto signals =
+      command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE, or - for standard input")->option_text("...");
   command
       .add_option("--frame-start", options.frame_start,
-                  "Open a sampling frame first: both hexadecimal, up to 28 and 64 bits.\nWith --replay ID alone")
+                  "Open a sampling frame first: both hexadecimal, up\nto 28 and 64 bits. With --replay: ID alone")
       ->type_name("ID=STAMP")
       ->check(not_empty("no identifier is given"));
-  command.add_option("--gap", options.gap, "The least time between two signals")
-      ->transform(whole_number(0, 1'000'000'000))
-      ->type_name("MS");
   add_port_options(command, options.port);
+  command.add_option("--gap", options.gap, "Least time between two signals")
+      ->transform(whole_number(0, 1'000'000'000))
+      ->type_name("MS")
+      ->group("Pace");
+  command.add_option("--repeat", options.repeat, "Send all signals that many times")
+      ->transform(whole_number(1))
+      ->type_name("COUNT")
+      ->group("Pace");
+  add_replay_options(command, options, signals);
   command.footer(send_help);
 }
 

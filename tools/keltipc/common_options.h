@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <type_traits>
 
@@ -13,15 +14,17 @@ struct PortOptions {
   int log_level = 3;
 };
 
-/// The library's lines of this level and the more urgent ones go to standard error, no others.
-void set_up_logging(int log_level);
+/// The library's lines of this level and the more urgent ones go to standard error, no others. `on_line` is called
+/// with the level of each line, shown or not. Lines leave errno as it is.
+void set_up_logging(
+    int log_level, std::function<void(int level)> on_line = [](int) {});
 
 /// One line on standard error: "keltipc: SENTENCE".
 void say(const std::string& sentence);
 
 /// Calls `action` with the payload size, as a compile-time constant, of frames of that size.
 template <typename Action>
-int with_payload_size(unsigned int frame, const Action& action) {
+auto with_payload_size(unsigned int frame, const Action& action) {
   switch (frame) {
     case 16:
       return action(std::integral_constant<std::size_t, 8>{});

@@ -57,7 +57,7 @@ int dump_port(const DumpOptions& options, const FilteredDevice& source, std::uin
 
 int dump_signals(const DumpOptions& options) {
   const FilteredDevice source = parse_filtered_device(options.source);
-  const std::uint32_t start_id = parse_frame_start_id(options.frame_start);
+  const std::uint32_t start_id = parse_named(parse_frame_start_id, options.frame_start);
   set_up_logging(options.port.log_level);
   std::signal(SIGPIPE, SIG_IGN);
   if (!wait_for_device(source.device, R_OK, options.port.wait)) return exit_timed_out;

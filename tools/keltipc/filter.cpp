@@ -2,21 +2,19 @@
 
 #include <limits>
 
-#include "signal_text.h"
 #include "hex.h"
 #include "input_error.h"
+#include "signal_text.h"
 
 namespace keltipc {
 namespace {
 
 Filter filter(std::string_view text) {
   const std::size_t sign = text.find_first_of(":~");
-  if (sign == std::string_view::npos) throw BadText("a filter is written ID:MASK or ID~MASK");
-  const auto id = parse_hex(text.substr(0, sign), id_limit);
-  if (!id) throw BadText("the identifier is no hexadecimal number of up to 28 bits");
-  const auto mask = parse_hex(text.substr(sign + 1), std::numeric_limits<std::uint32_t>::max());
-  if (!mask) throw BadText("the mask is no hexadecimal number of up to 32 bits");
-  return {static_cast<std::uint32_t>(*id), static_cast<std::uint32_t>(*mask), text[sign] == ':'};
+  if (sign == std::string_view::npos) throw InputError("not a filter: write ID:MASK or ID~MASK");
+  const auto id = parse_hex_field(text.substr(0, sign), id_limit, "identifier");
+  const auto mask = parse_hex_field(text.substr(sign + 1), std::numeric_limits<std::uint32_t>::max(), "mask");
+  return {static_cast<std::uint32_t>(id), static_cast<std::uint32_t>(mask), text[sign] == ':'};
 }
 
 }  // namespace
@@ -41,7 +39,7 @@ FilteredDevice parse_filtered_device(std::string_view text) {
     text.remove_prefix(comma + 1);
     comma = text.find(',');
     const std::string_view part = text.substr(0, comma);
-    result.filters.push_back(parse_input(part, [&] { return filter(part); }));
+    result.filters.push_back(parse_named(filter, part));
   }
   return result;
 }

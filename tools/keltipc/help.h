@@ -3,23 +3,27 @@
 // What --help says below the options.
 namespace keltipc {
 
-constexpr const char* send_help = R"(SIGNAL is ID#HEX, both hexadecimal:
-  5a#0aff                    identifier 5a, bytes 0a ff
-  "1000005a#0a ff.01"        the top four bits are the status that the receiver sees;
-                             dots and blanks may stand between bytes
-  5a#@FILE                   the bytes of FILE
-  -                          lines of standard input, one SIGNAL each, sent as they come
-A signal has up to 65535 bytes. One without bytes gives no frame, so that nobody receives it.
+constexpr const char* send_help =
+    R"(A receiver drops everything before the first start frame: begin with
+--frame-start 0=1 unless something else opens sampling frames on the port.
 
-A receiver drops everything that comes before the first start frame: begin with
---frame-start 0=1 where nothing else opens sampling frames on the port.
+SIGNAL is ID#HEX, both hexadecimal, without 0x:
+  5a#0aff               identifier 5a, bytes 0a ff; up to 65535 bytes
+  "1000005a#0a ff.01"   the top four bits are the status that the receiver sees;
+                        dots and blanks may stand between bytes
+  5a#@FILE              the bytes of FILE
+  -                     lines of standard input, sent as they come: a SIGNAL, or
+                        'start ID=STAMP' for a start frame; # begins a comment
 
---replay takes the log lines of 'keltipc dump', for one receiver whatever device they name: a start
-frame (identifier 0, or that of --frame-start ID) before the first and whenever the stamp changes.
+--replay takes the log lines and the JSON of 'keltipc dump', from any device. A
+start frame (identifier 0, or that of --frame-start ID) goes before the first
+signal and whenever the stamp changes. A FILE is checked whole before the first
+signal is sent; lines of standard input are sent as they come:
+  keltipc dump A | keltipc send B --replay - --no-timing
 
 Status 0 means handed to the device; nothing tells whether anybody received it.
-1 failed on the way, or a bad line of standard input; 2 refused before anything was sent;
-124 the device did not appear.)";
+1: the device refused a frame or has gone, or a bad line came on standard input;
+2: refused before anything was sent; 124: the device did not appear.)";
 
 constexpr const char* dump_help =
     R"(One line a signal, flushed at once. Numbers are hexadecimal. On a terminal, or with -t, the time and

@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <limits>
+#include <nlohmann/json.hpp>
 
-#include "signal_text.h"
 #include "escape.h"
 #include "hex.h"
 #include "input_error.h"
+#include "signal_text.h"
 
 namespace keltipc {
 namespace {
@@ -26,9 +28,9 @@ std::string micros_text(microseconds time) {
 }
 
 /// Takes the text before `end` off the front of `rest`, and `end` with it.
-std::string_view take_until(std::string_view& rest, std::string_view end, const char* missing) {
+std::string_view take_until(std::string_view& rest, std::string_view end, const char* complaint) {
   const std::size_t at = rest.find(end);
-  if (at == std::string_view::npos) throw BadText(missing);
+  if (at == std::string_view::npos) throw InputError(complaint);
   const std::string_view part = rest.substr(0, at);
   rest.remove_prefix(at + end.size());
   return part;
@@ -37,41 +39,59 @@ std::string_view take_until(std::string_view& rest, std::string_view end, const 
 std::uint32_t decimal(std::string_view text) {
   std::uint32_t value = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || stop != text.data() + text.size()) throw BadText("a time stamp that is no number");
+  if (error != std::errc{} || stop != text.data() + text.size()) throw InputError("invalid time stamp");
   return value;
 }
 
 microseconds time_stamp(std::string_view text) {
-  const std::string_view whole = take_until(text, ".", "the time stamp is not (SECONDS.MICROS)");
-  if (text.size() != micros_digits) throw BadText("the time stamp takes six digits behind the dot");
+  const std::string_view whole = take_until(text, ".", "invalid time stamp: write (SECONDS.MICROS)");
+  if (text.size() != micros_digits) throw InputError("invalid time stamp: six digits after the dot");
   return seconds(decimal(whole)) + microseconds(decimal(text));
 }
 
-std::uint64_t hex_field(std::string_view text, std::uint64_t limit, const char* name) {
-  const auto value = parse_hex(text, limit);
-  if (!value) throw BadText(std::string("the ") + name + " is no hexadecimal number up to " + to_hex(limit));
-  return *value;
+/// The fields that both forms write in hexadecimal
+void set_fields(ecu::vorn::ipc::IpcSignal& signal, std::string_view id, std::string_view stamp,
+                std::string_view data) {
+  signal.signal_id = static_cast<std::uint32_t>(parse_hex_field(id, id_limit, "identifier"));
+  signal.sampling_frame = parse_hex_field(stamp, std::numeric_limits<std::uint64_t>::max(), "sampling frame");
+  signal.data = parse_payload(data);
 }
 
-ecu::vorn::ipc::IpcSignal signal(std::string_view text) {
-  constexpr const char* form = "a logged signal is written ID:STATUS:SAMPLINGFRAME#HEX";
-  ecu::vorn::ipc::IpcSignal result{};
-  result.signal_id = static_cast<std::uint32_t>(hex_field(take_until(text, ":", form), id_limit, "identifier"));
-  result.status = static_cast<std::uint8_t>(hex_field(take_until(text, ":", form), 0xF, "status"));
-  constexpr auto any = std::numeric_limits<std::uint64_t>::max();
-  result.sampling_frame = hex_field(take_until(text, "#", form), any, "sampling frame");
-  result.data = parse_payload(text);
-  return result;
-}
-
-LogRecord log_record(std::string_view line) {
-  constexpr const char* form = "a log line is written (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX";
-  if (line.empty() || line.front() != '(') throw BadText(form);
+LogRecord parse_text_record(std::string_view line) {
+  constexpr const char* form = "not a log line: (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX";
+  if (line.empty() || line.front() != '(') throw InputError(form);
   line.remove_prefix(1);
-  const microseconds time = time_stamp(take_until(line, ") ", form));
+  LogRecord record{};
+  record.time = time_stamp(take_until(line, ") ", form));
   const auto device = unescape_word(take_until(line, " ", form));
-  if (!device) throw BadText("a backslash in the device that does not begin \\xHH");
-  return {time, *device, signal(line)};
+  if (!device) throw InputError("a backslash in the device that does not begin \\xHH");
+  record.device = *device;
+  const std::string_view id = take_until(line, ":", form);
+  record.signal.status = static_cast<std::uint8_t>(parse_hex_field(take_until(line, ":", form), 0xF, "status"));
+  const std::string_view stamp = take_until(line, "#", form);
+  set_fields(record.signal, id, stamp, line);
+  return record;
+}
+
+microseconds json_time(double value) {
+  if (!(value >= 0 && value <= std::numeric_limits<std::uint32_t>::max())) throw InputError("invalid time");
+  return microseconds(std::llround(value * 1e6));
+}
+
+LogRecord parse_json_record(std::string_view line) {
+  using Text = const std::string&;
+  try {
+    const auto object = nlohmann::json::parse(line);
+    const auto status = object.at("status").get<std::int64_t>();
+    if (status < 0 || status > 0xF) throw InputError("invalid status: 0 to 15");
+    LogRecord record{json_time(object.at("time").get<double>()), object.at("device").get<std::string>(), {}};
+    record.signal.status = static_cast<std::uint8_t>(status);
+    set_fields(record.signal, object.at("id").get_ref<Text>(), object.at("sampling_frame").get_ref<Text>(),
+               object.at("data").get_ref<Text>());
+    return record;
+  } catch (const nlohmann::json::exception&) {
+    throw InputError("not a line of dump --json: needs time, device, id, status, sampling_frame and data");
+  }
 }
 
 }  // namespace
@@ -85,7 +105,7 @@ std::string to_log_line(const LogRecord& record) {
 }
 
 LogRecord parse_log_line(std::string_view line) {
-  return parse_input(line, [&] { return log_record(line); });
+  return !line.empty() && line.front() == '{' ? parse_json_record(line) : parse_text_record(line);
 }
 
 std::string to_json_line(const LogRecord& record) {

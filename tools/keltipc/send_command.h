@@ -14,10 +14,13 @@ struct SendOptions {
   std::string replay;
   std::string frame_start;
   bool no_timing = false;
+  double speed = 1;
+  unsigned int repeat = 1;
   unsigned int gap = 0;
 };
 
-/// Sends what is asked for, all of it checked before the first is sent; gives the exit status.
+/// Checks what the command line and the files that it names ask for, then sends it; lines of standard input are sent
+/// as they come. Gives the exit status. Throws InputError before the first signal is sent, std::runtime_error after.
 int send_signals(const SendOptions& options);
 
 }  // namespace keltipc

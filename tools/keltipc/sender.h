@@ -2,32 +2,45 @@
 
 #include <chrono>
 #include <functional>
+#include <string>
 
 #include "ipc/ipc_signal.h"
-#include "replay_plan.h"
 
 namespace keltipc {
 
-/// Hands signals to a port, each when it is due.
+/// What is sent, that long after the one before it was due.
+struct Outgoing {
+  ecu::vorn::ipc::IpcSignal signal;
+  std::chrono::microseconds pause{0};
+  bool opens_sampling_frame = false;
+};
+
+/// Sends signals through a port, each when it is due.
 class Sender {
  public:
-  using Transmit = std::function<bool(const ecu::vorn::ipc::IpcSignal&)>;
+  /// Opens the port. `gap`: the least time between two signals, start frames not counted. `log_level`: see
+  /// set_up_logging. Throws std::runtime_error if the port cannot be opened.
+  Sender(const std::string& device_path, unsigned int frame_size, std::chrono::milliseconds gap, int log_level);
 
-  /// `gap`: the least time between two signals.
-  Sender(Transmit transmit_signal, std::chrono::milliseconds gap);
-
-  /// False when the port has gone and did not come back. Says so where the signal is one that gives no frame.
-  bool send(const Outgoing& outgoing);
+  /// Throws std::runtime_error if the port has gone and did not come back, or the device refused a frame. A warning
+  /// says that a signal without data gives no frame.
+  void send(const Outgoing& outgoing);
 
  private:
   using Clock = std::chrono::steady_clock;
+  using Transmit = std::function<bool(const ecu::vorn::ipc::IpcSignal&)>;
 
-  void wait_for_turn(std::chrono::microseconds pause);
+  template <std::size_t N>
+  Transmit open_writer() const;
+  void wait_for_turn(const Outgoing& outgoing);
+  void transmit_checked(const ecu::vorn::ipc::IpcSignal& signal);
 
-  Transmit transmit;
+  std::string device;
   std::chrono::milliseconds least_gap;
-  Clock::time_point due = Clock::now();
-  Clock::time_point gap_end = due;
+  Transmit transmit;
+  bool was_reopened = false;
+  Clock::time_point due;
+  Clock::time_point gap_end;
 };
 
 }  // namespace keltipc

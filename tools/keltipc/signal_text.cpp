@@ -7,51 +7,32 @@
 #include "input_error.h"
 
 namespace keltipc {
-namespace {
 
-std::uint32_t start_id(std::string_view text) {
-  const auto id = parse_hex(text, id_limit);
-  if (!id) throw BadText("the identifier is no hexadecimal number of up to 28 bits");
-  return static_cast<std::uint32_t>(*id);
-}
-
-SignalText signal_text(std::string_view text) {
+SignalText parse_signal_text(std::string_view text) {
   const std::size_t hash = text.find('#');
-  if (hash == std::string_view::npos) throw BadText("a signal is written ID#HEX");
-  const auto word = parse_hex(text.substr(0, hash), std::numeric_limits<std::uint32_t>::max());
-  if (!word) throw BadText("the identifier is no hexadecimal number of up to 32 bits");
-  SignalText result{static_cast<std::uint32_t>(*word), {}, {}};
+  if (hash == std::string_view::npos) throw InputError("not a signal: write ID#HEX");
+  constexpr auto any = std::numeric_limits<std::uint32_t>::max();
+  SignalText result{static_cast<std::uint32_t>(parse_hex_field(text.substr(0, hash), any, "identifier")), {}, {}};
   const std::string_view payload = text.substr(hash + 1);
   if (payload.empty() || payload.front() != '@') {
     result.payload = parse_payload(payload);
   } else if (payload.size() == 1) {
-    throw BadText("no file name behind '@'");
+    throw InputError("no file name after '@'");
   } else {
     result.file = payload.substr(1);
   }
   return result;
 }
 
-FrameStart frame_start(std::string_view text) {
-  const std::size_t equals = text.find('=');
-  if (equals == std::string_view::npos) throw BadText("a sampling frame is written ID=STAMP");
-  const auto stamp = parse_hex(text.substr(equals + 1), std::numeric_limits<std::uint64_t>::max());
-  if (!stamp) throw BadText("the stamp is no hexadecimal number of up to 64 bits");
-  return {start_id(text.substr(0, equals)), *stamp};
-}
-
-}  // namespace
-
-SignalText parse_signal_text(std::string_view text) {
-  return parse_input(text, [&] { return signal_text(text); });
-}
-
 FrameStart parse_frame_start(std::string_view text) {
-  return parse_input(text, [&] { return frame_start(text); });
+  const std::size_t equals = text.find('=');
+  if (equals == std::string_view::npos) throw InputError("not a sampling frame: write ID=STAMP");
+  constexpr auto any = std::numeric_limits<std::uint64_t>::max();
+  return {parse_frame_start_id(text.substr(0, equals)), parse_hex_field(text.substr(equals + 1), any, "stamp")};
 }
 
 std::uint32_t parse_frame_start_id(std::string_view text) {
-  return parse_input(text, [&] { return start_id(text); });
+  return static_cast<std::uint32_t>(parse_hex_field(text, id_limit, "identifier"));
 }
 
 ecu::vorn::ipc::IpcSignal start_signal(const FrameStart& start) {

@@ -13,14 +13,14 @@ namespace keltipc {
 constexpr std::uint32_t id_limit = 0x0FFFFFFF;
 constexpr unsigned int status_shift = 28;
 
-/// A signal as it is given to `send`: its payload, or the file that holds it.
+/// A signal as the user writes it for `send`: its payload, or the file that holds it.
 struct SignalText {
   std::uint32_t word;  ///< all 32 bits of the first word: status and identifier
   std::vector<char> payload;
   std::string file;
 };
 
-/// Throws InputError, which names the text.
+/// Throws InputError.
 ///
 ///     5a#0aff       ->  word 5a, payload 0a ff
 ///     1000005A#0a.ff 01  ->  word 1000005a (status 1), payload 0a ff 01

@@ -34,7 +34,7 @@ BlockedSignals::~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &before, null
 Watch::Watch(const BlockedSignals& /*blocked*/, Watched watched_things)
     : watched(std::move(watched_things)),
       signal_fd(open_stop_signals()),
-      loop_ended(given_by("eventfd", ::eventfd(0, EFD_CLOEXEC))),
+      loop_ended(checked_descriptor("eventfd", ::eventfd(0, EFD_CLOEXEC))),
       thread([this] { run(); }) {}
 
 Watch::~Watch() { finish(); }

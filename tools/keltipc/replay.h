@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "sender.h"
+
+namespace keltipc {
+
+/// Turns the lines of a log into what makes a receiver see the logged signals again.
+class Replay {
+ public:
+  /// `start_id` opens sampling frames. `speed_factor`: 2 halves the pauses, 0 leaves them out.
+  Replay(std::uint32_t start_id, double speed_factor);
+
+  /// For one line: the signal, with its status in the identifier's top four bits, and a start frame before the first
+  /// signal and whenever the stamp changes. A clock that was set back gives no pause.
+  /// Throws InputError for a line that is bad, and for a signal that a receiver would take for a start frame.
+  std::vector<Outgoing> next(std::string_view line);
+
+ private:
+  std::chrono::microseconds pause_before(std::chrono::microseconds time) const;
+
+  std::uint32_t frame_start_id;
+  double speed;
+  bool is_first = true;
+  std::uint64_t stamp = 0;
+  std::chrono::microseconds last_time{0};
+};
+
+}  // namespace keltipc
