@@ -30,7 +30,7 @@ Channel::Channel(MessageQueue& messages, std::size_t frame_size, std::function<v
     : queue(messages), limit(frame_size), changed(std::move(on_change)) {}
 
 void Channel::read(Id id, std::size_t size, bool may_wait, ReadAnswer answer) {
-  if (queue.empty() && !may_wait) return answer(EAGAIN, {});
+  if (!queue.is_readable() && !may_wait) return answer(EAGAIN, {});
   readers.push_back({id, size, std::move(answer)});
   serve();
 }
@@ -53,27 +53,33 @@ void Channel::end(int error) {
 }
 
 unsigned int Channel::events() const {
-  return (queue.empty() ? 0U : unsigned{POLLIN}) | (queue.accepts() ? unsigned{POLLOUT} : 0U);
+  return (queue.is_readable() ? unsigned{POLLIN} : 0U) | (queue.accepts() ? unsigned{POLLOUT} : 0U);
 }
 
-/// Takes in what the queue has room for and hands out what somebody waits for, until neither is left.
+/// Takes in what the queue has room for and hands out what somebody waits for, as long as either is possible.
 void Channel::serve() {
-  while (true) {
-    if (!writers.empty() && queue.accepts()) {
-      Writer writer = std::move(writers.front());
-      writers.pop_front();
-      const std::size_t size = writer.message.size();
-      queue.push(std::move(writer.message));
-      writer.answer(0, size);
-    } else if (!readers.empty() && !queue.empty()) {
-      const Reader reader = std::move(readers.front());
-      readers.pop_front();
-      reader.answer(0, queue.pop().substr(0, reader.size));
-    } else {
-      break;
-    }
+  bool answered = false;
+  while (serve_one()) answered = true;
+  if (const unsigned int now = events(); answered || now != announced) {
+    announced = now;
+    changed();
   }
-  changed();
+}
+
+bool Channel::serve_one() {
+  if (!writers.empty() && queue.accepts()) {
+    Writer writer = std::move(writers.front());
+    writers.pop_front();
+    const std::size_t size = writer.message.size();
+    queue.push(std::move(writer.message));
+    writer.answer(0, size);
+    return true;
+  }
+  if (readers.empty() || !queue.is_readable()) return false;
+  const Reader reader = std::move(readers.front());
+  readers.pop_front();
+  reader.answer(0, queue.pop().substr(0, reader.size));
+  return true;
 }
 
 }  // namespace keltipc

@@ -9,32 +9,35 @@
 
 namespace keltipc {
 
-/// What a device's read and write do, apart from how they come here: answers those that can go on, and keeps the
-/// others, in the order in which they came, until they can. One thread.
+/// The read and write operations of a device: answers the requests that can be answered, and keeps the others, in the
+/// order in which they came, until they can. For one thread.
 class Channel {
  public:
-  /// Names a request for as long as it is unanswered.
+  /// Identifies a request for as long as it is unanswered.
   using Id = const void*;
   /// Either `error` is an errno value, or the message is what was read.
   using ReadAnswer = std::function<void(int error, const std::string& message)>;
   using WriteAnswer = std::function<void(int error, std::size_t written)>;
 
-  /// `on_change` is called when what `events` gives may have grown.
+  /// `on_change` is called when what `events` returns may have grown.
   Channel(MessageQueue& messages, std::size_t frame_size, std::function<void()> on_change);
 
   /// A message longer than `size` is cut to it, and the rest is lost, as on a message device.
   void read(Id id, std::size_t size, bool may_wait, ReadAnswer answer);
 
-  /// EMSGSIZE for more than a frame; less goes on as it is.
+  /// EMSGSIZE for more than a frame; a shorter message goes on as it is.
   void write(Id id, std::string message, bool may_wait, WriteAnswer answer);
 
-  /// Ends a request that waits with EINTR. Nothing happens to one that was answered.
+  /// Answers what can be answered by now: the queue may have changed by itself.
+  void serve();
+
+  /// Ends a waiting request with EINTR. Does nothing if it was answered.
   void interrupt(Id id);
 
-  /// Ends all that wait.
+  /// Ends all waiting requests.
   void end(int error);
 
-  /// POLLIN and POLLOUT as poll(2) has them.
+  /// POLLIN and POLLOUT, as in poll(2).
   unsigned int events() const;
 
  private:
@@ -49,10 +52,11 @@ class Channel {
     WriteAnswer answer;
   };
 
-  void serve();
+  bool serve_one();
 
   MessageQueue& queue;
   std::size_t limit;
+  unsigned int announced = 0;
   std::function<void()> changed;
   std::deque<Reader> readers;
   std::deque<Writer> writers;

@@ -150,7 +150,7 @@ Session open_session(const std::string& name, Device& device) {
   int multithreaded = 0;
   Session session(cuse_lowlevel_setup(3, arguments.data(), &info, &ops, &multithreaded, &device),
                   cuse_lowlevel_teardown);
-  if (session == nullptr) throw std::runtime_error("no device to be had from /dev/cuse (root, and modprobe cuse?)");
+  if (session == nullptr) throw std::runtime_error("cannot use /dev/cuse: needs root, and 'modprobe cuse'");
   return session;
 }
 
@@ -171,15 +171,14 @@ void handle_request(fuse_session* session, Device& device, Buffer& buffer) {
   device.interrupt_noted();
 }
 
-/// The node, where the kernel's device folder does not make it by itself; and gone in the end either way.
+/// The node: made here if the kernel's device folder does not make it by itself, removed in the end either way.
 class Node {
  public:
-  explicit Node(const std::string& name) : path("/dev/" + name), number(read_number(name)) {
+  Node(const std::string& name, mode_t mode) : path("/dev/" + name), number(read_number(name)) {
     struct stat record {};
-    if (::stat(path.c_str(), &record) == 0) return;
-    if (::mknod(path.c_str(), S_IFCHR | 0600, number) != 0) {
-      throw std::runtime_error("cannot make '" + path + "': " + std::strerror(errno));
-    }
+    const bool is_there = ::stat(path.c_str(), &record) == 0 || ::mknod(path.c_str(), S_IFCHR | 0600, number) == 0;
+    if (is_there && (mode == 0 || ::chmod(path.c_str(), mode) == 0)) return;
+    throw std::runtime_error("cannot make '" + path + "': " + std::strerror(errno));
   }
   ~Node() {
     struct stat record {};
@@ -221,10 +220,13 @@ std::string device_name(const std::filesystem::path& place) {
   return "keltipc-portsim-" + std::to_string(::getpid());
 }
 
-void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, int stop) {
-  while (true) {
+void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, const MessageQueue& queue, int stop) {
+  while (!queue.has_hung_up()) {
+    // Before `serve`, so that no message becomes readable unnoticed in between.
+    const int timeout = queue.ms_to_readable();
+    device.channel.serve();
     std::array<pollfd, 2> watched{{{fuse_session_fd(session), POLLIN, 0}, {stop, POLLIN, 0}}};
-    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) {
+    if (::poll(watched.data(), watched.size(), timeout) < 0 && errno != EINTR) {
       throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
     }
     if (watched[1].revents != 0) return;
@@ -234,23 +236,23 @@ void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, 
 
 }  // namespace
 
-void run_cuse_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready) {
+void run_cuse_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready) {
   const Descriptor stop = open_stop_signals();
   // Absolute, since libfuse changes the working folder when it sets a session up.
-  const std::filesystem::path path = std::filesystem::absolute(options.path).lexically_normal();
+  const std::filesystem::path path = std::filesystem::absolute(port.path).lexically_normal();
   const std::string name = device_name(path);
   require_free_name(name);
-  Device device(queue, options.frame_size);
+  Device device(queue, port.frame_size);
   Buffer buffer;
   const Session session = open_session(name, device);
   while (!device.is_set_up) handle_request(session.get(), device, buffer);
   // A request that is taken back between poll and read must not keep the signals waiting.
   ::fcntl(fuse_session_fd(session.get()), F_SETFL, O_NONBLOCK);
-  const Node node(name);
+  const Node node(name, port.mode);
   std::unique_ptr<Link> link;
   if (path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, path);
   ready("a CUSE device");
-  serve_until_stopped(session.get(), device, buffer, stop.get());
+  serve_until_stopped(session.get(), device, buffer, queue, stop.get());
   device.end();
 }
 

@@ -1,28 +1,46 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 
+#include "escape.h"
+
 namespace keltipc {
+
+/// Where a path leads to, if it is a symbolic link; else empty.
+inline std::string link_target(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::read_symlink(path, error);
+}
+
+/// Removes a link that a killed simulator left. Throws std::runtime_error for anything else that is at the path.
+inline void make_room(const std::string& path) {
+  struct stat there {};
+  if (::lstat(path.c_str(), &there) != 0) return;
+  const std::string target = link_target(path);
+  const bool is_stale = !target.empty() && ::stat(path.c_str(), &there) != 0 && errno == ENOENT;
+  if (is_stale && ::unlink(path.c_str()) == 0) return;
+  throw std::runtime_error(quote(path) + (target.empty() ? " exists already" : " is a link to " + quote(target)) +
+                           ": remove it, or choose another path");
+}
 
 /// A symbolic link, removed with the object if it is still the one that was made.
 class Link {
  public:
   Link(std::string target_path, std::string link_path) : target(std::move(target_path)), path(std::move(link_path)) {
     if (::symlink(target.c_str(), path.c_str()) == 0) return;
-    throw std::runtime_error("cannot make '" + path + "': " + std::strerror(errno));
+    throw std::runtime_error("cannot make " + quote(path) + ": " + std::strerror(errno));
   }
   ~Link() {
-    std::array<char, PATH_MAX> found{};
-    const ssize_t length = ::readlink(path.c_str(), found.data(), found.size());
-    if (length > 0 && target == std::string(found.data(), static_cast<std::size_t>(length))) ::unlink(path.c_str());
+    if (link_target(path) == target) ::unlink(path.c_str());
   }
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;

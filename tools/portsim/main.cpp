@@ -1,14 +1,17 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <cstring>
 #include <exception>
 #include <iostream>
 
 #include "descriptor.h"
+#include "escape.h"
 #include "exit_status.h"
+#include "link.h"
 #include "message_queue.h"
 #include "port.h"
 #include "stop_signals.h"
@@ -20,41 +23,66 @@ namespace {
 using namespace keltipc;
 
 struct Options {
-  PortOptions port;
+  SimulatedPort port{"", 16, 0};
   std::string backend = "auto";
-  std::size_t depth = 1024;
-  WhenFull when_full = WhenFull::block;
-  std::size_t trace = 0;
+  QueueSettings queue;
 };
 
-void describe(CLI::App& app, Options& options) {
-  app.add_option("PATH", options.port.path, "Where the port is made; nothing may be there yet")->required();
+/// "640" -> "416": octal, as chmod(1) takes it
+std::string check_mode(std::string& text) {
+  mode_t mode = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, mode, 8);
+  if (error != std::errc{} || stop != end || mode == 0 || mode > 0777) return quote(text) + " is not an octal mode";
+  text = std::to_string(mode);
+  return {};
+}
+
+void add_port_options(CLI::App& app, Options& options) {
   app.add_option("--frame", options.port.frame_size, "Bytes of a message: 16, 32 or 4096")
-      ->default_val(16)
       ->check(frame_size())
-      ->type_name("BYTES");
+      ->type_name("BYTES")
+      ->capture_default_str();
   app.add_option("--backend", options.backend,
-                 "cuse: a character device of its own, needs root and /dev/cuse;\n"
-                 "pty: a pseudo-terminal, frames of 16 and 32 bytes;\n"
-                 "auto: cuse where /dev/cuse can be opened, else pty")
-      ->default_val("auto")
-      ->check(CLI::IsMember({"auto", "cuse", "pty"}));
-  app.add_option("--depth", options.depth, "Messages that it keeps until they are read")
-      ->default_val(1024)
+                 "cuse: a real device; needs root and /dev/cuse;\n"
+                 "pty: a pseudo-terminal; not for 4096 bytes;\n"
+                 "auto: cuse if /dev/cuse can be opened, else pty")
+      ->check(CLI::IsMember({"auto", "cuse", "pty"}))
+      ->option_text("KIND=auto");
+  app.add_option("--mode", options.port.mode, "Permissions of the device node, such as 666")
+      ->transform(CLI::Validator(check_mode, ""))
+      ->type_name("OCTAL");
+  app.add_option("--depth", options.queue.depth, "How many messages it holds")
       ->transform(whole_number(1, 1'000'000))
-      ->type_name("COUNT");
+      ->type_name("COUNT")
+      ->capture_default_str();
   app.add_option_function<std::string>(
          "--when-full",
          [&options](const std::string& word) {
-           options.when_full = word == "drop" ? WhenFull::drop : WhenFull::block;
+           options.queue.when_full = word == "drop" ? WhenFull::drop : WhenFull::block;
          },
          "block: writers wait; drop: new messages are lost")
-      ->default_str("block")
-      ->check(CLI::IsMember({"block", "drop"}));
-  app.add_option("--trace", options.trace, "Print the first COUNT messages in hexadecimal")
+      ->check(CLI::IsMember({"block", "drop"}))
+      ->option_text("ACTION=block");
+  app.add_option("--trace", options.queue.trace, "Print the first COUNT messages in hexadecimal")
       ->transform(whole_number(0))
       ->type_name("COUNT");
-  add_help(app, "keltipc-portsim " KELTIPC_VERSION);
+}
+
+void add_misbehaviour(CLI::App& app, QueueSettings& queue) {
+  const char* const group = "To test an application";
+  app.add_option("--lose", queue.lose_every, "Lose every Nth message")
+      ->transform(whole_number(1))
+      ->type_name("N")
+      ->group(group);
+  app.add_option("--hang-up-after", queue.hang_up_after, "Hang up and end when N messages were read")
+      ->transform(whole_number(1))
+      ->type_name("N")
+      ->group(group);
+  app.add_option("--delay", queue.delay_ms, "Keep each message from its readers for so long")
+      ->transform(whole_number(1, 1'000'000))
+      ->type_name("MS")
+      ->group(group);
 }
 
 bool chooses_cuse(const Options& options) {
@@ -66,30 +94,35 @@ bool chooses_cuse(const Options& options) {
 }
 
 void run(const Options& options) {
-  struct stat there {};
-  if (::lstat(options.port.path.c_str(), &there) == 0) {
-    throw std::runtime_error("'" + options.port.path + "' exists already");
-  }
+  make_room(options.port.path);
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   // Whoever reads what is printed may go; the port stays.
   ::signal(SIGPIPE, SIG_IGN);
-  MessageQueue queue(options.depth, options.when_full, options.trace, std::cout);
+  MessageQueue queue(options.queue, std::cout);
   const auto ready = [&](const char* kind) {
-    std::cerr << "keltipc-portsim: " << options.port.path << " is a loop-back port with messages of "
+    std::cerr << "keltipc-portsim: " << escape_word(options.port.path) << " is a loop-back port with messages of "
               << options.port.frame_size << " bytes (" << kind << ")" << std::endl;
   };
   (chooses_cuse(options) ? run_cuse_port : run_pty_port)(options.port, queue, ready);
+  if (queue.has_hung_up()) std::cerr << "keltipc-portsim: hung up" << std::endl;
   std::cerr << "keltipc-portsim: " << queue.counts() << std::endl;
 }
 
 int run_tool(int argc, char** argv) {
   CLI::App app(
-      "Makes a loop-back queuing port: what one process writes, another reads, one message at a time.\n"
-      "Keeps it until SIGINT, SIGTERM or SIGHUP, then removes it and says how many messages passed.",
+      "Makes a loop-back queuing port: what one process writes, another reads, one\n"
+      "message at a time. Keeps it until SIGINT, SIGTERM or SIGHUP, then removes it and\n"
+      "prints how many messages passed. A port has one reader: a second one would take\n"
+      "messages away from the first.",
       "keltipc-portsim");
   Options options;
-  describe(app, options);
+  app.add_option("PATH", options.port.path, "Where the port is made; nothing may be there yet")
+      ->required()
+      ->option_text(" ");
+  add_port_options(app, options);
+  add_misbehaviour(app, options.queue);
+  add_help(app, "keltipc-portsim " KELTIPC_VERSION);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

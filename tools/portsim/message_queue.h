@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <ostream>
@@ -9,33 +10,60 @@ namespace keltipc {
 
 enum class WhenFull { block, drop };
 
+/// How a port treats its messages; 0 turns off each way to misbehave.
+struct QueueSettings {
+  std::size_t depth = 1024;  ///< how many messages it holds, at least one
+  WhenFull when_full = WhenFull::block;
+  std::size_t trace = 0;          ///< how many of the first messages are printed
+  std::size_t lose_every = 0;     ///< 5: the fifth message, the tenth, ...
+  std::size_t hang_up_after = 0;  ///< messages
+  unsigned int delay_ms = 0;      ///< for how long a message is kept from its readers
+};
+
 /// What was written to the port and not read yet, one message an element. Keeps count.
 class MessageQueue {
  public:
-  /// `depth`: how many messages it holds, at least one. `shown`: how many of the first that pass are printed to
-  /// `out`.
-  MessageQueue(std::size_t depth, WhenFull when_full, std::size_t shown, std::ostream& out);
+  MessageQueue(const QueueSettings& queue_settings, std::ostream& trace_output);
 
-  /// Whether a message can be pushed now: a full queue that does not drop makes its writer wait.
-  bool accepts() const { return messages.size() < limit || policy == WhenFull::drop; }
+  /// Whether a message can be pushed now. A full queue that does not drop makes its writers wait.
+  bool accepts() const { return messages.size() < settings.depth || settings.when_full == WhenFull::drop; }
   void push(std::string message);
 
-  bool empty() const { return messages.empty(); }
+  /// Whether a message can be popped now.
+  bool is_readable() const;
   std::string pop();
 
-  /// "12 messages passed, 0 dropped, 3 not read"
+  /// How long it takes until a message becomes readable by itself, as poll(2) takes it: -1 if none will.
+  int ms_to_readable() const;
+
+  /// As many messages were popped as the settings allow.
+  bool has_hung_up() const { return settings.hang_up_after != 0 && passed >= settings.hang_up_after; }
+
+  /// Corrects the counts: so many messages were popped and never read.
+  void take_back(std::size_t popped);
+  /// Corrects the counts: so many messages were written and not pushed yet.
+  void add_unread(std::size_t written) { unread_elsewhere += written; }
+
+  /// "12 messages passed, 4 lost, 0 dropped, 3 not read"
   std::string counts() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
+  struct Message {
+    std::string bytes;
+    Clock::time_point due;
+  };
+
   void show(const std::string& message);
 
-  std::deque<std::string> messages;
-  std::size_t limit;
-  WhenFull policy;
-  std::size_t left_to_show;
-  std::ostream& shown_on;
-  unsigned long long passed = 0;
-  unsigned long long dropped = 0;
+  QueueSettings settings;
+  std::ostream& trace;
+  std::deque<Message> messages;
+  std::size_t accepted = 0;
+  std::size_t passed = 0;
+  std::size_t lost = 0;
+  std::size_t dropped = 0;
+  std::size_t unread_elsewhere = 0;
 };
 
 }  // namespace keltipc

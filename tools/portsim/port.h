@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -8,16 +10,17 @@
 
 namespace keltipc {
 
-struct PortOptions {
+struct SimulatedPort {
   std::string path;
   std::size_t frame_size;
+  mode_t mode;  ///< of the device node; 0: as the system makes it
 };
 
-// Both make the port, call `ready` with what it is ("a pseudo-terminal"), and pass messages until SIGINT or SIGTERM,
-// which the caller has blocked. Then the port is gone. They throw std::runtime_error with a sentence where they fail.
+// Both make the port, call `ready` with what it is ("a pseudo-terminal"), and pass messages until a stop signal
+// arrives, which the caller has blocked, or the queue hangs up. Then the port is gone. They throw std::runtime_error.
 
-void run_pty_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready);
+void run_pty_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready);
 
-void run_cuse_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready);
+void run_cuse_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready);
 
 }  // namespace keltipc

@@ -1,11 +1,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -16,44 +19,53 @@
 #include "port.h"
 #include "stop_signals.h"
 
-// The slave of a pseudo-terminal in raw mode is a character device that stat, open, poll, read and write treat as
-// they treat a port. With VMIN at the frame's size poll reports no less than a whole frame. Frames written to the
-// slave are read at the master, queued, and written back to the master, whence they arrive at the slave's readers.
+// The slave of a pseudo-terminal in raw mode is a character device that stat, open, poll, read and write treat like a
+// port. With VMIN at the frame's size poll reports no less than a whole frame. The relay reads the frames that were
+// written to the slave at the master, queues them, and writes them back to the master for the slave's readers.
 namespace keltipc {
 namespace {
 
-/// What the line discipline holds of input that nobody has read; a frame must fit in.
+/// What the line discipline holds of input that nobody has read. A frame must fit in.
 constexpr std::size_t line_capacity = 4095;
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
 
 Descriptor open_master() {
   Descriptor master(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-  if (!master || ::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0) fail("no pseudo-terminal to be had");
+  if (!master || ::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0) fail("cannot make a pseudo-terminal");
   return master;
 }
 
 std::string slave_path(const Descriptor& master) {
   std::array<char, 64> path{};
-  if (::ptsname_r(master.get(), path.data(), path.size()) != 0) fail("the pseudo-terminal has no name");
+  if (::ptsname_r(master.get(), path.data(), path.size()) != 0) fail("cannot name the pseudo-terminal");
   return path.data();
 }
 
 /// Held open for as long as the port lives: the master would report a hang-up when the last user closes.
-Descriptor open_slave(const std::string& path, std::size_t frame_size) {
-  Descriptor slave(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+Descriptor open_slave(const std::string& path, const SimulatedPort& port) {
+  Descriptor slave(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   termios settings{};
   if (!slave || ::tcgetattr(slave.get(), &settings) != 0) fail(path);
   ::cfmakeraw(&settings);
-  settings.c_cc[VMIN] = static_cast<cc_t>(frame_size);
+  settings.c_cc[VMIN] = static_cast<cc_t>(port.frame_size);
   settings.c_cc[VTIME] = 0;
   if (::tcsetattr(slave.get(), TCSANOW, &settings) != 0) fail(path);
+  if (port.mode != 0 && ::fchmod(slave.get(), port.mode) != 0) fail(path);
   return slave;
 }
 
 /// A writer's frame reaches the master in parts only while the line is full, and the rest follows as soon as it has
 /// room. After a second without any, the writer was cut short, and what it left must not shift the frames to come.
-constexpr int rest_comes_within_ms = 1000;
+constexpr std::chrono::milliseconds rest_comes_within(1000);
+
+/// Reads all that a descriptor holds, and counts it.
+std::size_t drain(int fd) {
+  std::array<char, 4096> bytes{};
+  std::size_t total = 0;
+  for (ssize_t got = 0; (got = ::read(fd, bytes.data(), bytes.size())) > 0;) total += static_cast<std::size_t>(got);
+  return total;
+}
 
 /// Moves frames from the master to the queue and back.
 class Relay {
@@ -61,7 +73,7 @@ class Relay {
   Relay(int master, std::size_t frame_size, MessageQueue& messages) : fd(master), size(frame_size), queue(messages) {}
 
   short wanted_events() const {
-    const bool has_output = !outgoing.empty() || !queue.empty();
+    const bool has_output = !outgoing.empty() || queue.is_readable();
     return static_cast<short>((queue.accepts() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
   }
 
@@ -74,56 +86,91 @@ class Relay {
     if (incoming.size() == size) queue.push(std::exchange(incoming, {}));
   }
 
-  /// How long poll may wait.
-  int patience() const { return !incoming.empty() && queue.accepts() ? rest_comes_within_ms : -1; }
-
-  void give_up_rest() {
-    std::cerr << "keltipc-portsim: " << incoming.size() << " bytes of a message whose rest never came are thrown away"
-              << std::endl;
-    incoming.clear();
-  }
-
   void send() {
     if (outgoing.empty()) outgoing = queue.pop();
     const ssize_t put = ::write(fd, outgoing.data(), outgoing.size());
     if (put > 0) outgoing.erase(0, static_cast<std::size_t>(put));
   }
 
+  /// How long poll may wait: until a message becomes readable, or the rest of one is late.
+  int timeout() const {
+    const int to_readable = queue.ms_to_readable();
+    if (!waits_for_rest()) return to_readable;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(quiet_since + rest_comes_within - Clock::now());
+    const int to_late = std::max(0, static_cast<int>(left.count()));
+    return to_readable < 0 ? to_late : std::min(to_readable, to_late);
+  }
+
+  void note_traffic() { quiet_since = Clock::now(); }
+
+  void give_up_late_rest() {
+    if (!waits_for_rest() || Clock::now() < quiet_since + rest_comes_within) return;
+    std::cerr << "keltipc-portsim: discarded " << incoming.size() << " bytes of a message whose rest never came"
+              << std::endl;
+    incoming.clear();
+  }
+
+  bool has_hung_up() const { return queue.has_hung_up() && outgoing.empty(); }
+
+  /// What the line still holds, in either direction, was not read by anybody.
+  void count_unread(int slave) {
+    queue.take_back(drain(slave) / size + (outgoing.empty() ? 0 : 1));
+    queue.add_unread((incoming.size() + drain(fd)) / size);
+  }
+
  private:
+  using Clock = std::chrono::steady_clock;
+
+  bool waits_for_rest() const { return !incoming.empty() && queue.accepts(); }
+
   int fd;
   std::size_t size;
   MessageQueue& queue;
   std::string incoming;
   std::string outgoing;
+  Clock::time_point quiet_since = Clock::now();
 };
 
-void relay_until_stopped(int master, int stop, std::size_t frame_size, MessageQueue& queue) {
-  Relay relay(master, frame_size, queue);
-  while (true) {
+void relay_until_stopped(Relay& relay, int master, int stop) {
+  while (!relay.has_hung_up()) {
+    // Before `wanted_events`, so that no message becomes readable unnoticed in between.
+    const int timeout = relay.timeout();
     std::array<pollfd, 2> watched{{{master, relay.wanted_events(), 0}, {stop, POLLIN, 0}}};
-    const int ready = ::poll(watched.data(), watched.size(), relay.patience());
+    const int ready = ::poll(watched.data(), watched.size(), timeout);
     if (ready < 0 && errno != EINTR) fail("poll");
-    if (ready == 0) relay.give_up_rest();
     if (watched[1].revents != 0) return;
+    if (ready > 0) relay.note_traffic();
+    if (ready == 0) relay.give_up_late_rest();
     if ((watched[0].revents & POLLOUT) != 0) relay.send();
     if ((watched[0].revents & POLLIN) != 0) relay.receive();
   }
 }
 
+/// A hang-up would take the messages along that the line holds. Nothing tells when they are read, so it is asked for.
+void wait_until_read(int slave, int stop) {
+  constexpr int ask_again_ms = 5;
+  pollfd unread{slave, POLLIN, 0};
+  pollfd stopped{stop, POLLIN, 0};
+  while (::poll(&unread, 1, 0) > 0 && ::poll(&stopped, 1, ask_again_ms) == 0) continue;
+}
+
 }  // namespace
 
-void run_pty_port(const PortOptions& options, MessageQueue& queue, const std::function<void(const char*)>& ready) {
-  if (options.frame_size > line_capacity) {
-    throw std::runtime_error("a pseudo-terminal cannot pass frames of " + std::to_string(options.frame_size) +
+void run_pty_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready) {
+  if (port.frame_size > line_capacity) {
+    throw std::runtime_error("a pseudo-terminal cannot pass frames of " + std::to_string(port.frame_size) +
                              " bytes: its line holds " + std::to_string(line_capacity) + ". Use --backend cuse.");
   }
   const Descriptor stop = open_stop_signals();
   const Descriptor master = open_master();
   const std::string slave_name = slave_path(master);
-  const Descriptor slave = open_slave(slave_name, options.frame_size);
-  const Link link(slave_name, options.path);
+  const Descriptor slave = open_slave(slave_name, port);
+  const Link link(slave_name, port.path);
   ready("a pseudo-terminal");
-  relay_until_stopped(master.get(), stop.get(), options.frame_size, queue);
+  Relay relay(master.get(), port.frame_size, queue);
+  relay_until_stopped(relay, master.get(), stop.get());
+  if (relay.has_hung_up()) wait_until_read(slave.get(), stop.get());
+  relay.count_unread(slave.get());
 }
 
 }  // namespace keltipc
