@@ -1,9 +1,13 @@
-// Receives signals in a service until SIGTERM (systemctl stop) or SIGINT: receive DEVICE
-// receive.service beside this file is a unit for it.
+// Receives signals in a service until SIGTERM (systemctl stop) or SIGINT, and notices when the port hangs up: receive
+// DEVICE receive.service beside this file is a unit for it; docs/receiving.md gives the reasons for each step.
+#include <fcntl.h>
 #include <ipc/queue_port_reader.h>
+#include <poll.h>
 #include <signal.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -12,15 +16,62 @@ using namespace ecu::vorn;
 
 namespace {
 
-class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
+// The ways out of receive_data on a port that is never quiet: thrown by the consumer, they pass through it.
+struct Stopped {};
+struct HungUp {};
+
+// A descriptor of our own, since the reader does not show its one. If the driver refuses a second one, nothing but
+// the watchdog notices a hang-up.
+class PortWatch {
  public:
-  explicit Printer(bool& stopped_flag) : stopped(stopped_flag) {}
-  void consume(ipc::IpcSignal&& signal) override { std::cout << signal << std::endl; }
-  void on_timeout() override { std::cout << "quiet" << std::endl; }
-  void on_finish() override { stopped = true; }
+  explicit PortWatch(const char* device) : fd(open(device, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+  ~PortWatch() {
+    if (works()) close(fd);
+  }
+  PortWatch(const PortWatch&) = delete;
+  PortWatch& operator=(const PortWatch&) = delete;
+
+  bool works() const { return fd >= 0; }
+  bool has_hung_up() const {
+    pollfd port{fd, 0, 0};  // Asks for no event: POLLHUP and POLLERR are always reported.
+    return poll(&port, 1, 0) > 0;
+  }
 
  private:
-  bool& stopped;
+  int fd;
+};
+
+class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
+ public:
+  explicit Printer(const PortWatch& port_watch) : port(port_watch), called_back(!port.works()) {}
+
+  void consume(ipc::IpcSignal&& signal) override {
+    note_call(false);
+    std::cout << signal << std::endl;
+  }
+  void on_timeout() override {
+    note_call(true);
+    std::cout << "quiet" << std::endl;
+  }
+
+  void request_stop() { stop_requested = true; }
+
+  // Whether the loop has called back since the last look. On a quiet port it has no reason to.
+  bool is_alive() { return called_back.exchange(false) || (is_quiet && port.works()); }
+
+ private:
+  // A port that has hung up hands on its last frame again and again: no signal counts after that.
+  void note_call(bool quiet) {
+    if (stop_requested) throw Stopped();
+    if (port.has_hung_up()) throw HungUp();
+    is_quiet = quiet;
+    called_back = true;
+  }
+
+  const PortWatch& port;
+  std::atomic<bool> stop_requested{false};
+  std::atomic<bool> called_back;
+  std::atomic<bool> is_quiet{true};
 };
 
 }  // namespace
@@ -30,9 +81,11 @@ int main(int argc, char** argv) {
     std::cerr << "usage: receive DEVICE\n";
     return 2;
   }
-  bool stopped = false;
-  ipc::QueuePortReader<8> reader(std::make_unique<Printer>(stopped));
-  if (!reader.open(argv[1])) return 1;  // after up to a minute of waiting, which a signal still ends
+  ipc::QueuePortReader<8> reader(nullptr);
+  if (!reader.open(argv[1])) return 1;  // after up to a minute of waiting, which a signal ends
+  const PortWatch port(argv[1]);
+  auto* const printer = new Printer(port);
+  reader.set_consumer(std::unique_ptr<Printer>(printer));
 
   // Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as
   // failed.
@@ -42,14 +95,30 @@ int main(int argc, char** argv) {
   sigaddset(&stop_signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
+  std::atomic<bool> has_ended{false};
   std::thread receiving([&] {
-    reader.receive_data();
-    kill(getpid(), SIGTERM);  // Ended by itself, since poll failed: so ends the program.
+    try {
+      reader.receive_data();
+    } catch (const Stopped&) {
+    } catch (const HungUp&) {
+      std::cerr << argv[1] << " has hung up\n";
+    }
+    has_ended = true;
+    kill(getpid(), SIGTERM);  // Whatever ended the loop ends the program.
   });
 
-  int received = 0;
-  sigwait(&stop_signals, &received);
-  reader.stop();  // Seen at the next quiet 300 ms. On a port that is never quiet TimeoutStopSec= ends the service.
+  const timespec second{1, 0};
+  while (sigtimedwait(&stop_signals, nullptr, &second) < 0) {
+    // The loop goes on without calling back if the last frame completed no signal. Nothing but this ends it then.
+    if (port.has_hung_up()) _exit(1);
+    if (printer->is_alive()) sd_notify(0, "WATCHDOG=1");
+  }
+  const bool ended_by_itself = has_ended;
+  printer->request_stop();  // seen at the next signal
+  reader.stop();            // seen at the next quiet 300 ms
+  const timespec grace{0, 400'000'000};
+  if (!ended_by_itself) sigtimedwait(&stop_signals, nullptr, &grace);  // The thread's own SIGTERM ends the wait.
+  if (!has_ended) _exit(0);  // Frames come that complete no signal: nothing is called back, and it is never quiet.
   receiving.join();
-  return stopped ? 0 : 1;
+  return ended_by_itself ? 1 : 0;
 }
