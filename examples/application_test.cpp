@@ -15,7 +15,7 @@ namespace {
 class Display : public IDataConsumer<IpcSignal> {
  public:
   void consume(IpcSignal&& signal) override {
-    if (signal.signal_id == 0x5a && signal.data.size() == 1) speed = signal.data[0];
+    if (signal.signal_id == 0x5a && signal.data.size() == 1) speed = static_cast<unsigned char>(signal.data[0]);
     is_stale = false;
   }
   void on_timeout() override { is_stale = true; }
@@ -57,8 +57,8 @@ TEST(Display, IgnoresAnIncompleteSignal) {
   SignalProcessor<8> processor(0);
   Display display;
   const signal_t_dyn<8> frames[] = {{0, 0, 8, {1}}, {0x5a, 0, 9, {99}}, {0, 0, 8, {2}}, {0x5a, 0, 1, {30}}};
-  for (signal_t_dyn<8> frame : frames) {
-    processor.process(std::move(frame));
+  for (const signal_t_dyn<8>& frame : frames) {
+    processor.process(signal_t_dyn<8>(frame));
     if (processor.get_state() == SignalProcessor<8>::STATE_COMPLETE) display.consume(std::move(*processor.take()));
   }
   EXPECT_EQ(display.speed, 30);

@@ -117,8 +117,8 @@ int main(int argc, char** argv) {
   printer->request_stop();  // seen at the next signal
   reader.stop();            // seen at the next quiet 300 ms
   const timespec grace{0, 400'000'000};
-  if (!ended_by_itself) sigtimedwait(&stop_signals, nullptr, &grace);  // The thread's own SIGTERM ends the wait.
-  if (!has_ended) _exit(0);  // Frames come that complete no signal: nothing is called back, and it is never quiet.
+  const bool ends = ended_by_itself || sigtimedwait(&stop_signals, nullptr, &grace) > 0;  // the thread's own SIGTERM
+  if (!ends) _exit(0);  // Frames come that complete no signal: nothing is called back, and it is never quiet.
   receiving.join();
   return ended_by_itself ? 1 : 0;
 }
