@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <thread>
+#include <utility>
 
 using namespace ecu::vorn;
 
@@ -47,17 +49,23 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
 
   void consume(ipc::IpcSignal&& signal) override {
     note_call(false);
+    if (repeats_at_once(signal)) return;
     std::cout << signal << std::endl;
+    last = std::move(signal);
   }
   void on_timeout() override {
     note_call(true);
+    is_repeating = false;
     std::cout << "quiet" << std::endl;
   }
 
   void request_stop() { stop_requested = true; }
 
-  // Whether the loop has called back since the last look. On a quiet port it has no reason to.
-  bool is_alive() { return called_back.exchange(false) || (is_quiet && port.works()); }
+  // Whether the loop has called back since the last look, with news. On a quiet port it has no reason to.
+  bool is_alive() {
+    if (repeats.exchange(0) > 1000) return false;
+    return called_back.exchange(false) || (is_quiet && port.works());
+  }
 
  private:
   // A port that has hung up hands on its last frame again and again: no signal counts after that.
@@ -68,7 +76,22 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
     called_back = true;
   }
 
+  // Without a descriptor of our own nothing else shows a hang-up.
+  bool repeats_at_once(const ipc::IpcSignal& signal) {
+    const auto now = std::chrono::steady_clock::now();
+    const bool is_soon = now - std::exchange(last_time, now) < std::chrono::milliseconds(1);
+    const bool is_same = signal.signal_id == last.signal_id && signal.data == last.data;
+    is_repeating = !port.works() && is_same && (is_soon || is_repeating);
+    if (!is_repeating) return false;
+    ++repeats;
+    return true;
+  }
+
   const PortWatch& port;
+  ipc::IpcSignal last{};
+  std::chrono::steady_clock::time_point last_time;
+  bool is_repeating = false;
+  std::atomic<int> repeats{0};
   std::atomic<bool> stop_requested{false};
   std::atomic<bool> called_back;
   std::atomic<bool> is_quiet{true};
