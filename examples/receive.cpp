@@ -97,6 +97,16 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
   std::atomic<bool> is_quiet{true};
 };
 
+// Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as failed.
+sigset_t block_stop_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -110,14 +120,7 @@ int main(int argc, char** argv) {
   auto* const printer = new Printer(port);
   reader.set_consumer(std::unique_ptr<Printer>(printer));
 
-  // Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as
-  // failed.
-  sigset_t stop_signals;
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGINT);
-  sigaddset(&stop_signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
-
+  const sigset_t stop_signals = block_stop_signals();
   std::atomic<bool> has_ended{false};
   std::thread receiving([&] {
     try {
