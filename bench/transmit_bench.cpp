@@ -53,9 +53,8 @@ void add() {
   const auto ends = std::make_shared<Ends<N>>();
   for (const std::size_t length : bench::lengths) {
     const auto signal = std::make_shared<const IpcSignal>(bench::signal_of(length));
-    const double goal = N == 4088 && length <= N ? 1.08 : 1.05;
     bench::compare(
-        {bench::figure_name("transmit_data", N, length), goal, bench::batch_of(length, N)},
+        {bench::figure_name("transmit_data", N, length), 1.05, bench::batch_of(length, N)},
         [=] { ends->writer.transmit_data(*signal); }, [=] { transmit_by_hand<N>(ends->fd, *signal); });
   }
 }

@@ -2,7 +2,7 @@
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-function(kelt_compile_like_us target)
+function(kelt_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor)
@@ -19,19 +19,15 @@ function(kelt_compile_like_us target)
     target_link_options(${target} PRIVATE -fsanitize=${KELTIPC_SANITIZE})
   endif()
   if(KELTIPC_HARDENING)
-    kelt_harden(${target})
-  endif()
-endfunction()
-
-# Leaves the builder's own choice of _FORTIFY_SOURCE alone; it takes effect in optimised builds only.
-function(kelt_harden target)
-  target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
-  target_compile_options(${target} PRIVATE -fstack-protector-strong)
-  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  # A cross SDK has its flags in $CXX.
-  if(NOT KELTIPC_SANITIZE AND NOT "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
-    target_compile_options(${target} PRIVATE
-      "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong)
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    # _FORTIFY_SOURCE takes effect in optimised builds only; the builder's own choice of it stays. A cross SDK has its
+    # flags in $CXX.
+    if(NOT KELTIPC_SANITIZE AND NOT "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
+      set(optimised "$<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>")
+      target_compile_options(${target} PRIVATE "$<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+    endif()
   endif()
 endfunction()
 
@@ -40,7 +36,7 @@ function(kelt_add_library name)
   set(target keltipc_${name})
   add_library(${target} SHARED ${ARGN})
   add_library(keltipc::${name} ALIAS ${target})
-  kelt_compile_like_us(${target})
+  kelt_compile_options(${target})
   set(map ${PROJECT_SOURCE_DIR}/src/${name}/kelt${name}.map)
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME kelt${name}
@@ -66,19 +62,8 @@ function(kelt_add_library name)
   endif()
 endfunction()
 
-# Brings a logging library to the link line of those who use keltipc::ipc, behind it: the other order fails under
-# --as-needed. The installed package asks anew (keltipcConfig.cmake.in).
-function(kelt_choose_logging_library)
-  if(KELTIPC_LOGGING_LIBRARY)
-    set(library ${KELTIPC_LOGGING_LIBRARY})
-  else()
-    set(library keltipc_logging)
-  endif()
-  target_link_libraries(keltipc_ipc INTERFACE "$<BUILD_INTERFACE:${library}>")
-endfunction()
-
 # kelt_add_program(NAME SOURCES...)
 function(kelt_add_program name)
   add_executable(${name} ${ARGN})
-  kelt_compile_like_us(${name})
+  kelt_compile_options(${name})
 endfunction()

@@ -1,5 +1,3 @@
-set(KELTIPC_TEST_SECONDS 120 CACHE STRING "Time limit of a test")
-
 # kelt_add_test(NAME [LIBRARIES...] [LABELS...] [UNDER PROGRAM ARGS...])
 # Builds NAME_test.cpp and makes it the ctest entry NAME.
 #   LIBRARIES       kelt_fakes: what support/interpose.h declares

@@ -13,11 +13,11 @@ namespace ecu::vorn::ipc {
 /// A plain value: it can be copied, moved and initialised as an aggregate.
 struct KELTIPC_EXPORT IpcSignal {
   /// Sending: all 32 bits are sent. Received: the low 28 bits.
-  std::uint32_t signal_id;
+  std::uint32_t signal_id = 0;
   /// Received: the top four bits of the identifier that was sent, 0..15. Ignored when sending.
-  std::uint8_t status;
+  std::uint8_t status = 0;
   /// Received: the stamp of the sampling frame to which the signal belongs. Ignored when sending.
-  std::uint64_t sampling_frame;
+  std::uint64_t sampling_frame = 0;
   std::vector<char> data;
 };
 

@@ -16,36 +16,23 @@ namespace ecu::vorn::ipc {
 
 using Logger = std::shared_ptr<logging::LogModule>;
 
-/// The levels of lines. Lines of a level value up to `always_written` ask for nothing but a logger.
+/// Lines of a level value up to `always_written` ask for nothing but a logger.
 constexpr int always_written = 4;
 
-struct Debug {
-  static constexpr int value = 7;
-  static logging::_internal::LogStream& stream() { return logging::DEBUG; }
+template <int Value, logging::_internal::LogStream& Stream>
+struct LineLevel {
+  static constexpr int value = Value;
+  static logging::_internal::LogStream& stream() { return Stream; }
 };
-struct Info {
-  static constexpr int value = 6;
-  static logging::_internal::LogStream& stream() { return logging::INFO; }
-};
-struct Notice {
-  static constexpr int value = 5;
-  static logging::_internal::LogStream& stream() { return logging::NOTICE; }
-};
-struct Warning {
-  static constexpr int value = 4;
-  static logging::_internal::LogStream& stream() { return logging::WARNING; }
-};
-struct Error {
-  static constexpr int value = 3;
-  static logging::_internal::LogStream& stream() { return logging::ERROR; }
-};
-struct Critical {
-  static constexpr int value = 2;
-  static logging::_internal::LogStream& stream() { return logging::CRITICAL; }
-};
+using Debug = LineLevel<7, logging::DEBUG>;
+using Info = LineLevel<6, logging::INFO>;
+using Notice = LineLevel<5, logging::NOTICE>;
+using Warning = LineLevel<4, logging::WARNING>;
+using Error = LineLevel<3, logging::ERROR>;
+using Critical = LineLevel<2, logging::CRITICAL>;
 
-/// A number in lower-case hexadecimal, without prefix; zero-filled to `Width` digits. The stream is decimal and
-/// blank-filled behind it: the levels' streams keep their format state from one line to the next.
+/// A number in lower-case hexadecimal, without prefix; zero-filled to `Width` digits if that is not 0. Leaves the
+/// stream decimal and blank-filled: the levels' streams keep their format state from one line to the next.
 template <int Width>
 struct FilledHex {
   std::uint32_t value;
@@ -54,20 +41,25 @@ using Hex = FilledHex<0>;
 
 template <int Width>
 std::ostream& operator<<(std::ostream& os, const FilledHex<Width>& number) {
-  return os << std::hex << std::setfill('0') << std::setw(Width) << number.value << std::dec << std::setfill(' ');
+  os << std::hex;
+  if constexpr (Width == 0) return os << number.value << std::dec;
+  return os << std::setfill('0') << std::setw(Width) << number.value << std::dec << std::setfill(' ');
 }
 
 /// The level may go down and the module be switched off while a line is written: each piece is tested anew.
-inline bool takes_piece(const logging::_internal::LogStream& line) {
-  if (line.level <= always_written) return true;
-  if (line.level > logging::get_log_level()) return false;
+/// Deliberate: the line's level is the one known here. The stream may be another logging library's, so only its
+/// std::ostream is used and no member of it is read; a library that changes a stream's level meanwhile is not heeded.
+template <typename Level>
+inline bool takes_piece() {
+  if constexpr (Level::value <= always_written) return true;
+  if (logging::get_log_level() < Level::value) return false;
   const Logger module = logging::_internal::LogStreambuf::get_active_module();
   return module != nullptr && module->enabled;
 }
 
-template <typename Piece>
+template <typename Level, typename Piece>
 void write_piece(logging::_internal::LogStream& line, const Piece& piece) {
-  if (takes_piece(line)) static_cast<std::ostream&>(line) << piece;
+  if (takes_piece<Level>()) static_cast<std::ostream&>(line) << piece;
 }
 
 /// By value: a reference would make the caller spill the number even for a skipped line.
@@ -79,7 +71,7 @@ using Passed =
 template <typename Level, typename... Pieces>
 [[gnu::noinline, gnu::cold]] void write_line(const Logger& logger, Passed<Pieces>... pieces) {
   logging::_internal::LogStream& line = Level::stream() << logger;
-  (write_piece(line, pieces), ...);
+  (write_piece<Level>(line, pieces), ...);
   Level::stream().do_flush();
 }
 

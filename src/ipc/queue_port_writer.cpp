@@ -67,8 +67,10 @@ bool QueuePortWriter<N, Frame>::transmit_data(const IpcSignal& signal) {
 
 template <std::size_t N, typename Frame>
 inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
-  // Zeroed, so that no stray memory reaches the port. Deliberate: not cleared again from chunk to chunk.
-  Frame frame{};
+  Frame frame;
+  // No stray memory reaches the port: behind a short first chunk the frame is zeroed. Deliberate: it is not cleared
+  // from chunk to chunk.
+  if (signal.data.size() < N) std::memset(frame.data + signal.data.size(), 0, N - signal.data.size());
   frame.signal_id = signal.signal_id;
   frame.total_size = static_cast<std::uint16_t>(signal.data.size());
   for (std::size_t i = 0; i < chunks; ++i) {
