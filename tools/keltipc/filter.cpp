@@ -2,30 +2,33 @@
 
 #include <limits>
 
-#include "signal_text.h"
 #include "hex.h"
 #include "input_error.h"
+#include "signal_text.h"
 
 namespace keltipc {
 namespace {
 
+std::uint32_t number(std::string_view text, const char* name) {
+  const auto value = parse_hex(text, std::numeric_limits<std::uint32_t>::max());
+  if (!value) throw BadText(std::string("invalid ") + name + ": up to 8 hex digits, without 0x");
+  return static_cast<std::uint32_t>(*value);
+}
+
 Filter filter(std::string_view text) {
   const std::size_t sign = text.find_first_of(":~");
   if (sign == std::string_view::npos) throw BadText("a filter is written ID:MASK or ID~MASK");
-  const auto id = parse_hex(text.substr(0, sign), id_limit);
-  if (!id) throw BadText("the identifier is no hexadecimal number of up to 28 bits");
-  const auto mask = parse_hex(text.substr(sign + 1), std::numeric_limits<std::uint32_t>::max());
-  if (!mask) throw BadText("the mask is no hexadecimal number of up to 32 bits");
-  return {static_cast<std::uint32_t>(*id), static_cast<std::uint32_t>(*mask), text[sign] == ':'};
+  return {number(text.substr(0, sign), "identifier"), number(text.substr(sign + 1), "mask"), text[sign] == ':'};
 }
 
 }  // namespace
 
-bool passes(const std::vector<Filter>& filters, std::uint32_t id) {
+bool passes(const std::vector<Filter>& filters, std::uint32_t id, std::uint8_t status) {
+  const std::uint32_t word = id | (std::uint32_t{status} << status_shift);
   bool some_keep = false;
   bool kept = false;
   for (const Filter& filter : filters) {
-    const bool matches = ((id ^ filter.id) & filter.mask) == 0;
+    const bool matches = ((word ^ filter.id) & filter.mask) == 0;
     if (matches && !filter.keeps) return false;
     some_keep = some_keep || filter.keeps;
     kept = kept || matches;

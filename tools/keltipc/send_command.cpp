@@ -1,6 +1,6 @@
 #include "send_command.h"
 
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -9,12 +9,13 @@
 #include <iostream>
 #include <optional>
 
-#include "device_wait.h"
 #include "exit_status.h"
-#include "ipc/queue_port_writer.h"
-#include "payload_file.h"
-#include "sender.h"
 #include "input_error.h"
+#include "ipc/queue_port_writer.h"
+#include "open_device.h"
+#include "payload_file.h"
+#include "say.h"
+#include "sender.h"
 #include "signal_text.h"
 
 namespace keltipc {
@@ -123,7 +124,8 @@ int send_signals(const SendOptions& options) {
   }
   const Items items = options.replay.empty() ? signals_from_arguments(options) : signals_from_log(options);
   set_up_logging(options.port.log_level);
-  if (!wait_for_device(options.device, W_OK, options.port.wait)) return exit_timed_out;
+  // The writer opens it for itself, and does not say why it cannot.
+  if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
   return with_payload_size(options.port.frame, [&](auto n) { return send_to_port<n>(options, items); });
 }
 

@@ -4,8 +4,8 @@
 #include <thread>
 #include <utility>
 
-#include "common_options.h"
 #include "hex.h"
+#include "say.h"
 
 namespace keltipc {
 namespace {

@@ -4,6 +4,8 @@
 #include <string>
 #include <type_traits>
 
+#include "logging/logging.h"
+
 namespace keltipc {
 
 /// What `send` and `dump` have in common.
@@ -14,14 +16,18 @@ struct PortOptions {
 };
 
 /// The library's lines of this level and the more urgent ones go to standard error, no others.
-void set_up_logging(int log_level);
-
-/// One line on standard error: "keltipc: SENTENCE".
-void say(const std::string& sentence);
+inline void set_up_logging(int log_level) {
+  namespace logging = ecu::vorn::logging;
+  logging::set_log_level(log_level);
+  // The level alone does not hold back warnings and what is above them.
+  logging::set_sink([log_level](int level, const std::string& module, const std::string& text) {
+    if (level <= log_level) logging::stderr_sink(level, module, text);
+  });
+}
 
 /// Calls `action` with the payload size, as a compile-time constant, of frames of that size.
 template <typename Action>
-int with_payload_size(unsigned int frame, const Action& action) {
+auto with_payload_size(std::size_t frame, const Action& action) {
   switch (frame) {
     case 16:
       return action(std::integral_constant<std::size_t, 8>{});
