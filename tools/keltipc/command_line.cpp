@@ -7,12 +7,12 @@
 #include <functional>
 #include <memory>
 
-#include "common_options.h"
 #include "dump_command.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "help.h"
 #include "input_error.h"
+#include "say.h"
 #include "send_command.h"
 #include "unit_command_line.h"
 #include "usage.h"
@@ -35,14 +35,14 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  command.add_option("--wait", options.wait, "How long the device may take to appear")
+  command.add_option("--wait", options.wait, "Retry that long to open the device; then\nstatus 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->capture_default_str();
   command
       .add_option("--log-level", options.log_level,
-                  "Show the library's own lines up to that level:\n"
-                  "2 critical, 3 errors, 4 warnings, 5 notices,\n6 information, 7 all")
+                  "Show the library's log lines up to this level:\n2 critical, 3 errors, 4 warnings, 5 notices,\n"
+                  "6 information, 7 all")
       ->transform(whole_number(0, 7))
       ->type_name("0..7")
       ->capture_default_str();
@@ -93,27 +93,62 @@ std::string check_time_form(const std::string& text) {
   return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is none of a, d, z";
 }
 
-void declare_dump(CLI::App& command, DumpOptions& options) {
-  command.add_option("DEVICE", options.source, "The port's device, and filters: DEVICE[,ID:MASK][,ID~MASK]...")
-      ->required()
-      ->type_name("");
-  const auto time = command
-                        .add_option("-t", options.time,
-                                    "Print times in UTC (a), since the last line (d) or since the start (z).\n"
-                                    "a where standard output is a terminal")
-                        ->check(CLI::Validator(check_time_form, ""))
-                        ->type_name("a|d|z");
-  command.add_flag("--json", options.json, "Print JSON, an object a line")->excludes(time);
-  command.add_option("-n", options.count, "End after that many lines")
-      ->transform(whole_number(1))
-      ->type_name("COUNT");
-  command.add_option("--idle", options.idle, "End when no line was printed for that long")
-      ->transform(whole_number(1, 1'000'000'000))
-      ->type_name("MS");
-  command.add_option("--frame-start", options.frame_start, "What opens sampling frames: hexadecimal, up to 28 bits")
+/// What `dump` and `watch` have in common: the port.
+void add_receive_options(CLI::App& command, ReceiveOptions& options) {
+  command.option_defaults()->group("The port");
+  add_port_options(command, options.port);
+  command
+      .add_option("--frame-start", options.frame_start,
+                  "Identifier of the start frames, which open\nsampling frames: hexadecimal, up to 28 bits")
       ->type_name("ID")
       ->capture_default_str();
-  add_port_options(command, options.port);
+}
+
+void add_source(CLI::App& command, ReceiveOptions& options) {
+  command
+      .add_option("DEVICE", options.source,
+                  "The port's device, which nothing else may read\n(see below). Filters may "
+                  "follow:\nDEVICE[,ID:MASK][,ID~MASK]...")
+      ->required()
+      ->type_name("");
+}
+
+void declare_watch(CLI::App& command, ReceiveOptions& options) {
+  add_source(command, options);
+  add_receive_options(command, options);
+  command.footer(watch_help);
+}
+
+void add_form_options(CLI::App& command, DumpOptions& options) {
+  command.option_defaults()->group("What is printed");
+  const auto json = command.add_flag("--json", options.json, "JSON, an object a line");
+  const auto time =
+      command
+          .add_option("-t", options.time,
+                      "Times in UTC (a), since the last line (d) or since\nthe start (z). On a terminal: a")
+          ->check(CLI::Validator(check_time_form, ""))
+          ->type_name("a|d|z")
+          ->excludes(json);
+  command.add_flag("--log", options.log, "Log lines, and payloads whole, on a terminal too")->excludes(time, json);
+  command.add_flag("--frames", options.frames,
+                   "Each frame, with a mark where something is wrong,\ninstead of each signal");
+  command.add_flag("--stats", options.stats, "A table of the identifiers at the end, on standard\nerror");
+}
+
+void add_end_options(CLI::App& command, DumpOptions& options) {
+  command.option_defaults()->group("When it ends");
+  command.add_option("-n", options.count, "After that many lines")->transform(whole_number(1))->type_name("COUNT");
+  command.add_option("--idle", options.idle, "When no line was printed for that long")
+      ->transform(whole_number(1, 1'000'000'000))
+      ->type_name("MS");
+  command.add_flag("--follow", options.follow, "Not when the port goes: wait until it comes back");
+}
+
+void declare_dump(CLI::App& command, DumpOptions& options) {
+  add_source(command, options);
+  add_form_options(command, options);
+  add_end_options(command, options);
+  add_receive_options(command, options);
   command.footer(dump_help);
 }
 
@@ -142,6 +177,8 @@ int run_tool(int argc, char** argv) {
   Run run;
   add_command(app, run, "send", "Send signals to a queuing port", declare_send, send_signals);
   add_command(app, run, "dump", "Print the signals that a queuing port receives", declare_dump, dump_signals);
+  add_command(app, run, "watch", "Show a table of the signals that a queuing port receives", declare_watch,
+              watch_signals);
   add_unit(app, run);
   add_target(app, run);
   keep_arguments_behind_dashes(*app.get_subcommand("unit"), argc, argv);

@@ -9,21 +9,24 @@
 namespace keltipc {
 namespace {
 
+std::uint32_t number(std::string_view text, const char* name) {
+  return static_cast<std::uint32_t>(parse_hex_field(text, std::numeric_limits<std::uint32_t>::max(), name));
+}
+
 Filter filter(std::string_view text) {
   const std::size_t sign = text.find_first_of(":~");
   if (sign == std::string_view::npos) throw InputError("not a filter: write ID:MASK or ID~MASK");
-  const auto id = parse_hex_field(text.substr(0, sign), id_limit, "identifier");
-  const auto mask = parse_hex_field(text.substr(sign + 1), std::numeric_limits<std::uint32_t>::max(), "mask");
-  return {static_cast<std::uint32_t>(id), static_cast<std::uint32_t>(mask), text[sign] == ':'};
+  return {number(text.substr(0, sign), "identifier"), number(text.substr(sign + 1), "mask"), text[sign] == ':'};
 }
 
 }  // namespace
 
-bool passes(const std::vector<Filter>& filters, std::uint32_t id) {
+bool passes(const std::vector<Filter>& filters, std::uint32_t id, std::uint8_t status) {
+  const std::uint32_t word = id | (std::uint32_t{status} << status_shift);
   bool some_keep = false;
   bool kept = false;
   for (const Filter& filter : filters) {
-    const bool matches = ((id ^ filter.id) & filter.mask) == 0;
+    const bool matches = ((word ^ filter.id) & filter.mask) == 0;
     if (matches && !filter.keeps) return false;
     some_keep = some_keep || filter.keeps;
     kept = kept || matches;

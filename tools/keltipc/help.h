@@ -26,22 +26,42 @@ Status 0 means handed to the device; nothing tells whether anybody received it.
 2: refused before anything was sent; 124: the device did not appear.)";
 
 constexpr const char* dump_help =
-    R"(One line a signal, flushed at once. Numbers are hexadecimal. On a terminal, or with -t, the time and
-ID: STATUS, SAMPLINGFRAME { BYTES }, else the log line that 'keltipc send --replay' takes back:
+    R"(A port has one reader. A second one takes messages away from the first, and
+both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
+
+One line a signal, written at once. Numbers are hexadecimal. On a terminal, or
+with -t: the time and ID: STATUS, SAMPLINGFRAME { BYTES }; a terminal shows 64
+bytes at most. Elsewhere the log line that 'keltipc send --replay' takes back:
   (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX
-Blanks, backslashes, control characters and bytes that are no UTF-8 in DEVICE are written \xHH there.
+In DEVICE, blanks, backslashes, control characters and bytes that are not UTF-8
+are written \xHH.
 
-Filters, identifier and mask in hexadecimal:
-  /dev/qp0,5:f,10:ff    only identifiers that match one of these under its mask
+Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
+status:
+  /dev/qp0,5:f,10:ff    only signals that match one of these under its mask
   /dev/qp0,100~7f0      and none that matches one of these
-Everything behind the first comma is a filter; reach a device with a comma in its name by a link.
+Everything after the first comma is a filter. If the path contains a comma, use
+a symbolic link.
 
-Nothing is printed before the first start frame has come. Nothing tells that the port has frames of
-another size than --frame says, or other start frames: no signals, or senseless ones, hint at it.
+Nothing is printed before the first start frame. At the end, standard error says
+what came, and what was lost or wrong. After a lost, repeated or mixed-up frame
+the signals up to the next start frame are doubtful.
 
-SIGINT, SIGTERM and SIGHUP end it with a count on standard error, at the latest after about a second.
-Status 0 done; 1 failed, or the device has gone; 2 refused; 124 the device did not appear, or not one
-signal came within --idle; 128 + n after signal n.)";
+SIGINT, SIGTERM and SIGHUP end it at once.
+Status: 0 done; 1 failed, or the port has gone; 2 usage; 124 the device could
+not be opened, or no line was printed within --idle; 128 + n after signal n.)";
+
+constexpr const char* watch_help =
+    R"(A port has one reader. A second one takes messages away from the first, and
+both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
+
+A line an identifier, drawn once a second: count, signals a second, shortest and
+longest length, last status, time since the last signal, and the first bytes of
+its payload, those that changed since the last second in reverse video. The head
+line has the frames, and what was lost or wrong. Ctrl+C ends it.
+
+Filters, --frame-start and the exit status are those of 'keltipc dump'. Standard
+output must be a terminal.)";
 
 constexpr const char* unit_help =
     R"(start, stop, restart and reload end when the manager has queued the job. With

@@ -111,7 +111,8 @@ LogRecord parse_log_line(std::string_view line) {
 std::string to_json_line(const LogRecord& record) {
   std::string line = "{\"time\":" + seconds_text(record.time) + ",\"device\":" + json_string(record.device);
   line += ",\"id\":\"" + to_hex(record.signal.signal_id) + "\",\"status\":" + std::to_string(record.signal.status);
-  line += ",\"sampling_frame\":\"" + to_hex(record.signal.sampling_frame) + "\",\"data\":\"";
+  line += ",\"sampling_frame\":\"" + to_hex(record.signal.sampling_frame) + "\"";
+  line += ",\"length\":" + std::to_string(record.signal.data.size()) + ",\"data\":\"";
   append_payload(line, record.signal.data);
   return line + "\"}";
 }

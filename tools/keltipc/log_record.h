@@ -26,7 +26,7 @@ LogRecord parse_log_line(std::string_view line);
 
 /// The same as a JSON object. Numbers of 28 and 64 bits are strings in hexadecimal, as in all of this tool's text.
 ///
-///     {"time":1735270496.916858,"device":"/dev/qp0","id":"5a","status":1,"sampling_frame":"1f","data":"0aff"}
+///     {"time":1735270496.916858,"device":"/dev/qp0","id":"5a","status":1,"sampling_frame":"1f","length":2,"data":"0aff"}
 std::string to_json_line(const LogRecord& record);
 
 /// 1735270496.916858

@@ -1,5 +1,6 @@
 #include "send_command.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,11 +12,12 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "device_wait.h"
 #include "exit_status.h"
 #include "hex.h"
 #include "input_error.h"
+#include "open_device.h"
 #include "replay.h"
+#include "say.h"
 #include "sender.h"
 #include "signal_text.h"
 
@@ -181,7 +183,8 @@ int send_signals(const SendOptions& options) {
   const bool is_replay = !options.replay.empty();
   const std::vector<Outgoing> signals = is_replay ? read_log(options.replay, parse) : read_arguments(options);
 
-  if (!wait_for_device(options.device, W_OK, options.port.wait)) return exit_timed_out;
+  // The writer opens it for itself, and does not say why it cannot.
+  if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
   Sender sender(options.device, options.port.frame, std::chrono::milliseconds(options.gap), options.port.log_level);
   for (const Outgoing& outgoing : first) sender.send(outgoing);
   for (unsigned int round = 0; round < options.repeat; ++round) {

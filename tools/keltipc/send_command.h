@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "common_options.h"
+#include "port_options.h"
 
 namespace keltipc {
 

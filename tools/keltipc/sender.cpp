@@ -7,10 +7,11 @@
 #include <stdexcept>
 #include <thread>
 
-#include "common_options.h"
 #include "escape.h"
 #include "hex.h"
 #include "ipc/queue_port_writer.h"
+#include "port_options.h"
+#include "say.h"
 
 namespace keltipc {
 namespace {

@@ -4,10 +4,10 @@
 
 #include <iostream>
 
-#include "common_options.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"
+#include "say.h"
 #include "unit_manager.h"
 
 namespace keltipc {

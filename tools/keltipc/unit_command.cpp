@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "common_options.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "job_monitor.h"
+#include "say.h"
 #include "unit_manager.h"
 
 namespace keltipc {

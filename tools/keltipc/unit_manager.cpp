@@ -3,8 +3,8 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "common_options.h"
 #include "logging/logging.h"
+#include "say.h"
 
 namespace keltipc {
 namespace {

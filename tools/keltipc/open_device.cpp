@@ -1,0 +1,54 @@
+#include "open_device.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "escape.h"
+#include "input_error.h"
+#include "say.h"
+
+namespace keltipc {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds look_again(100);
+
+std::string why_not(const std::string& device, int error) {
+  const std::string reason = "cannot open " + quote(device) + ": " + std::strerror(error);
+  return error == EBUSY ? reason + " (who has it open? 'fuser -v " + escape_word(device) + "')" : reason;
+}
+
+}  // namespace
+
+Descriptor try_to_open_device(const std::string& device, int access) {
+  struct stat record {};
+  if (::stat(device.c_str(), &record) != 0) return Descriptor(-1);
+  // Opening something else may block or have effects of its own.
+  if (!S_ISCHR(record.st_mode)) throw InputError(device, "is not a character device");
+  return Descriptor(::open(device.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+Descriptor open_device(const std::string& device, int access, unsigned int seconds) {
+  if (device.empty()) throw InputError(device, "no device is named");
+  const auto deadline = steady_clock::now() + std::chrono::seconds(seconds);
+  for (int said = 0;;) {
+    Descriptor opened = try_to_open_device(device, access);
+    if (opened) return opened;
+    const int error = errno;
+    const bool is_late = steady_clock::now() >= deadline;
+    const std::string for_how_long = is_late ? "" : "; trying for " + std::to_string(seconds) + " s";
+    if (error != said) say(why_not(device, error) + for_how_long);
+    if (is_late && seconds != 0) say("gave up on " + quote(device) + " after " + std::to_string(seconds) + " s");
+    if (is_late) return opened;
+    said = error;
+    std::this_thread::sleep_for(look_again);
+  }
+}
+
+}  // namespace keltipc

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "descriptor.h"
+
+namespace keltipc {
+
+/// How a command ends: its exit status, and a sentence for standard error where one is due.
+struct Outcome {
+  int status;
+  std::string sentence;
+  bool is_quiet = false;  ///< nobody reads what it prints, so nothing more is said
+};
+
+/// Writes all of `text` to standard output. Gives nothing once that is done, else how the command ends: quietly when
+/// nobody reads, with 128 + n after a stop signal, which interrupts a write that blocks.
+std::optional<Outcome> write_out(std::string_view text);
+
+/// What is done with a port's messages. Each call may end the loop.
+class PortClient {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  virtual ~PortClient() = default;
+
+  /// What one read(2) gave: a frame, or less.
+  virtual std::optional<Outcome> take(const char* bytes, std::size_t size) = 0;
+
+  /// When `on_time` is to be called next.
+  virtual Clock::time_point due() const = 0;
+  virtual std::optional<Outcome> on_time() = 0;
+
+  /// The port had gone and is back: what was half received is void.
+  virtual void restart() = 0;
+};
+
+/// The loop of one thread that reads a port. The library's own reader looks neither at what read(2) gives nor at
+/// hang-ups, and sees a request to stop only after 300 ms of quiet: a tool must do better.
+class PortLoop {
+ public:
+  struct Port {
+    std::string device;
+    std::size_t frame_size;
+    bool follow;  ///< wait for a port that has gone to come back
+  };
+
+  PortLoop(Port described, Descriptor opened, PortClient& its_client);
+
+  /// Until a stop signal, the client, the end of the port or that of standard output's reader ends it.
+  Outcome run();
+
+ private:
+  std::optional<Outcome> turn();
+  int time_to_wait() const;
+  std::optional<Outcome> receive(bool has_hung_up);
+  std::optional<Outcome> look_at_node();
+  std::optional<Outcome> lose(const std::string& reason);
+  void reopen();
+
+  Port port;
+  std::optional<Descriptor> device;  ///< none while the port has gone
+  PortClient& client;
+  std::vector<char> message;
+};
+
+}  // namespace keltipc

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "filter.h"
+#include "port_loop.h"
+#include "port_options.h"
+#include "reception.h"
+
+namespace keltipc {
+
+/// What `dump` and `watch` have in common.
+struct ReceiveOptions {
+  PortOptions port;
+  std::string source;
+  std::string frame_start = "0";
+  bool follow = false;
+};
+
+/// Puts frames together and filters the signals; says at the end what came.
+class ReceivingClient : public PortClient {
+ public:
+  /// Opens the port, or waits for it: what a derived class measures begins after that. Throws InputError.
+  explicit ReceivingClient(const ReceiveOptions& options);
+
+  /// Reads the port until something ends that; gives the exit status. To be called once.
+  int run();
+
+  void restart() override { reception.restart(); }
+
+ protected:
+  /// The signal that this message completes, if it passes the filters.
+  std::optional<ecu::vorn::ipc::IpcSignal> receive(const char* bytes, std::size_t size);
+  bool passes_filters(std::uint32_t id, std::uint8_t status) const { return passes(source.filters, id, status); }
+
+  /// The lines for standard error after the end.
+  virtual std::string report();
+
+  const FilteredDevice source;
+  Reception reception;
+
+ private:
+  const ReceiveOptions& receive_options;
+  Descriptor device;
+};
+
+}  // namespace keltipc

@@ -1,0 +1,119 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+
+#include "dump_command.h"
+#include "escape.h"
+#include "exit_status.h"
+#include "input_error.h"
+#include "signal_table.h"
+
+namespace keltipc {
+namespace {
+
+constexpr std::chrono::seconds refresh(1);
+
+/// With the size that terminals have by tradition where it cannot be asked for.
+winsize terminal_size() {
+  winsize size{};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return {24, 80, 0, 0};
+  return size;
+}
+
+/// Not in the middle of a UTF-8 character.
+std::string cut(const std::string& line, std::size_t width) {
+  if (line.size() <= width) return line;
+  while (width > 0 && (static_cast<unsigned char>(line[width]) & 0xC0U) == 0x80) --width;
+  return line.substr(0, width);
+}
+
+volatile std::sig_atomic_t was_resized = 0;
+
+class WatchTable : public ReceivingClient {
+ public:
+  using ReceivingClient::ReceivingClient;
+
+  std::optional<Outcome> take(const char* bytes, std::size_t size) override {
+    if (const auto signal = receive(bytes, size)) table.add(*signal);
+    return std::nullopt;
+  }
+
+  Clock::time_point due() const override { return was_resized != 0 ? Clock::time_point() : next_refresh; }
+
+  std::optional<Outcome> on_time() override {
+    const bool clears = is_first || was_resized != 0;
+    is_first = false;
+    was_resized = 0;
+    if (Clock::now() >= next_refresh) {
+      next_refresh = Clock::now() + refresh;
+      close_interval();
+    }
+    return write_out((clears ? "\x1b[2J" : "") + screen());
+  }
+
+ private:
+  /// From the top left corner on, each line's rest and the screen's erased.
+  std::string screen() const {
+    const winsize size = terminal_size();
+    // One less than there are: a character in the last column would make some terminals wrap.
+    const std::size_t width = size.ws_col - 1U;
+    std::vector<std::string> lines = table.lines(width);
+    lines.insert(lines.begin(), head(width));
+    const std::size_t room = size.ws_row > 2 ? size.ws_row - 1U : 1;
+    const std::size_t hidden = lines.size() > room ? lines.size() - room + 1 : 0;
+    if (hidden != 0) {
+      lines.resize(room - 1);
+      lines.push_back("... and " + std::to_string(hidden) + " more");
+    }
+    std::string text = "\x1b[H";
+    for (const std::string& line : lines) text += line + "\x1b[K\n";
+    return text + "\x1b[J";
+  }
+
+  std::string head(std::size_t width) const {
+    const Reception::Counts& count = reception.counts();
+    std::array<char, 160> numbers{};
+    std::snprintf(numbers.data(), numbers.size(), ": %llu frames, %.1f/s; %llu signals, %.1f/s; ",
+                  static_cast<unsigned long long>(count.frames), frame_rate,
+                  static_cast<unsigned long long>(count.signals), table.rate());
+    const std::string faults = reception.faults();
+    return cut(quote(source.device) + numbers.data() + (faults.empty() ? "nothing lost" : faults), width);
+  }
+
+  void close_interval() {
+    const auto now = Clock::now();
+    const std::uint64_t frames = reception.counts().frames;
+    const double length = std::chrono::duration<double>(now - interval_start).count();
+    frame_rate = length > 0 ? static_cast<double>(frames - frames_before) / length : 0;
+    interval_start = now;
+    frames_before = frames;
+    table.close_interval();
+  }
+
+  SignalTable table;
+  bool is_first = true;
+  Clock::time_point next_refresh = Clock::now();
+  Clock::time_point interval_start = Clock::now();
+  std::uint64_t frames_before = 0;
+  double frame_rate = 0;
+};
+
+/// Without SA_RESTART, so that poll(2) returns and the table is drawn at once.
+void note_resizes() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { was_resized = 1; };
+  ::sigaction(SIGWINCH, &action, nullptr);
+}
+
+}  // namespace
+
+int watch_signals(const ReceiveOptions& options) {
+  if (::isatty(STDOUT_FILENO) != 1) throw InputError("standard output is not a terminal; use 'keltipc dump --stats'");
+  note_resizes();
+  return WatchTable(options).run();
+}
+
+}  // namespace keltipc
