@@ -1,7 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <mutex>
 #include <optional>
 
 #include "support/recorded_log.h"
@@ -24,8 +23,6 @@ struct FakePort {
 
   std::vector<std::string> written;
   ssize_t write_result = 0;  ///< 0: as many bytes as asked for
-  bool loops_back =
-      false;  ///< what is written comes back to the reader, on another thread; without frames it is quiet
 
   unsigned int sleeps = 0;
   std::function<void()> during_sleep;
@@ -37,7 +34,6 @@ struct FakePort {
     std::function<void()> meanwhile;
   };
   Transcript* notes;
-  std::mutex mutex;
   std::deque<Event> events;
   std::string arrived;
 };

@@ -6,17 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <ctime>
-#include <thread>
 
 #include "support/interpose.h"
 
 namespace ecu::vorn::ipc::test {
 namespace {
 
-std::atomic<FakePort*> current{nullptr};
+FakePort* current = nullptr;
 
 FakePort& noted(const char* call, std::size_t size) {
   FakePort& port = *current;
@@ -52,8 +50,7 @@ int nanosleep(const timespec* time, timespec* /*rest*/) {
 int fake_poll(pollfd* ports, nfds_t count, int timeout) __asm__("poll");
 int fake_poll(pollfd* ports, nfds_t /*count*/, int timeout) {
   FakePort& port = noted(ports->events == POLLIN ? "poll for input " : "poll ", static_cast<std::size_t>(timeout));
-  const std::lock_guard<std::mutex> lock(port.mutex);
-  if (port.events.empty()) return port.loops_back ? 0 : fail(EINTR);
+  if (port.events.empty()) return fail(EINTR);
   const FakePort::Event event = std::move(port.events.front());
   port.events.pop_front();
   if (event.meanwhile) event.meanwhile();
@@ -71,14 +68,7 @@ ssize_t write(int fd, const void* buffer, size_t size) {
   iovec whole{const_cast<void*>(buffer), size};
   if (fd == STDERR_FILENO) return ::writev(fd, &whole, 1);  // a log line that no test records
   FakePort& port = noted((::fcntl(fd, F_GETFL) & O_SYNC) == O_SYNC ? "synchronous write " : "write ", size);
-  std::unique_lock<std::mutex> lock(port.mutex);
-  while (port.events.size() > 1000) {  // so that a slow reader does not cost much memory
-    lock.unlock();
-    std::this_thread::yield();
-    lock.lock();
-  }
-  std::string bytes(static_cast<const char*>(buffer), size);
-  port.loops_back ? port.frame(std::move(bytes)) : port.written.push_back(std::move(bytes));
+  port.written.emplace_back(static_cast<const char*>(buffer), size);
   return port.write_result == 0 ? static_cast<ssize_t>(size) : port.write_result;
 }
 
