@@ -99,8 +99,8 @@ int queue_known_job(UnitManager& manager, JobMonitor& monitor, const UnitOptions
 
 int queue_and_wait(UnitManager& manager, JobMonitor& monitor, const UnitOptions& options, const UnitAction& action) {
   int status = exit_done;
-  std::vector<QueuedJob> jobs;
   try {
+    std::vector<QueuedJob> jobs;
     monitor.subscribe();
     for (const std::string& unit : options.units) {
       const int queued = queue_known_job(manager, monitor, options, action, unit, jobs);
