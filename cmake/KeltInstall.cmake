@@ -1,4 +1,4 @@
-# All that is installed. Nothing names a library folder.
+# Everything that is installed.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS keltipc_ipc keltipc_logging EXPORT keltipcTargets
@@ -12,21 +12,21 @@ configure_package_config_file(cmake/keltipcConfig.cmake.in keltipcConfig.cmake
 write_basic_package_version_file(keltipcConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keltipcConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/keltipcConfigVersion.cmake
   cmake/keltipcLogging.cmake DESTINATION ${kelt_cmake_dir} COMPONENT development)
-# For find_package with keltipc_DIR set to the build folder.
+# Lets find_package find the build folder through keltipc_DIR.
 if(kelt_is_top_level)
   export(EXPORT keltipcTargets NAMESPACE keltipc::)
   configure_file(cmake/keltipcLogging.cmake keltipcLogging.cmake COPYONLY)
 endif()
 
-# An absolute folder stays as it is.
+# Folders are below the prefix, unless they are absolute.
 foreach(folder LIBDIR INCLUDEDIR)
   set(kelt_pc_${folder} "\${prefix}/${CMAKE_INSTALL_${folder}}")
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
     set(kelt_pc_${folder} "${CMAKE_INSTALL_${folder}}")
   endif()
 endforeach()
-# The prefix is written at installation, when it may be another one than was configured. Deliberate: not
-# ${pcfiledir}, before which pkg-config 0.29 puts the sysroot twice.
+# The prefix is written at installation, which may use another one than was configured. Deliberate: ${pcfiledir} is not
+# used, because pkg-config 0.29 would put the sysroot before it twice.
 set(KELT_PREFIX "@KELT_PREFIX@")
 foreach(library keltipc keltlogging)
   configure_file(cmake/${library}.pc.in ${library}.pc.in @ONLY)
@@ -40,7 +40,7 @@ if(NOT TARGET keltipc_tool)
   return()
 endif()
 
-# From any prefix the tools find their libraries. CMAKE_SKIP_INSTALL_RPATH leaves that to the system's own folders.
+# The tools find their libraries under any prefix. With CMAKE_SKIP_INSTALL_RPATH they are found in the system's folders only.
 file(RELATIVE_PATH kelt_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(keltipc_tool keltipc_portsim PROPERTIES INSTALL_RPATH "$ORIGIN/${kelt_to_libraries}")
 install(TARGETS keltipc_tool keltipc_portsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

@@ -10,7 +10,7 @@ function(kelt_compile_options target)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # Since GCC 10 a note, not a warning of use to anybody, on 32-bit ARM.
+    # Silences notes on 32-bit ARM about arguments that GCC before 7.1, too old for this project, passed differently.
     target_compile_options(${target} PRIVATE -Wno-psabi)
   endif()
   if(KELTIPC_SANITIZE)
@@ -22,8 +22,8 @@ function(kelt_compile_options target)
     target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
     target_compile_options(${target} PRIVATE -fstack-protector-strong)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-    # _FORTIFY_SOURCE takes effect in optimised builds only; the builder's own choice of it stays. A cross SDK has its
-    # flags in $CXX.
+    # _FORTIFY_SOURCE works only in optimised builds. If the builder's flags set it, they win. A cross SDK has its flags in
+    # $CXX, which CMake splits into compiler and COMPILER_ARG1.
     if(NOT KELTIPC_SANITIZE AND NOT "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
       set(optimised "$<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>")
       target_compile_options(${target} PRIVATE "$<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
@@ -46,15 +46,15 @@ function(kelt_add_library name)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${map})
-  # Calls of other libraries go there without a stop in the dynamic linker's table: behind a system call each jump there
-  # is one not predicted. No pairs of members are moved by one wide load: behind the narrow stores of an append the
-  # processor has to wait for it.
+  # -fno-plt: calls of other libraries skip the dynamic linker's jump table, because after a system call the processor
+  # does not predict that jump. -fno-tree-slp-vectorize: a wide load of two members would wait for the narrow stores that
+  # an append made to them just before.
   target_compile_options(${target} PRIVATE -fno-plt -fno-tree-slp-vectorize)
   target_link_options(${target} PRIVATE -Wl,--version-script=${map})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/keltipc>)
-  # As the C functions alone: no sd-bus header is public, so nothing of libsystemd reaches users.
+  # For the build only: no public header includes one of libsystemd, so users of the libraries do not need it.
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:PkgConfig::SYSTEMD>)
   if(KELTIPC_COVERAGE)
     target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)

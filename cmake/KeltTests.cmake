@@ -1,8 +1,8 @@
 # kelt_add_test(NAME [LIBRARIES...] [LABELS...] [UNDER PROGRAM ARGS...])
-# Builds NAME_test.cpp and makes it the ctest entry NAME.
+# Builds NAME_test.cpp and adds it to ctest as NAME.
 #   LIBRARIES       kelt_fakes: what support/interpose.h declares
 #   LABELS machine  the ARM machine runs it too
-#   UNDER           the command that the test is started by
+#   UNDER           a command that starts the test
 function(kelt_add_test name)
   cmake_parse_arguments(arg "" "" "LIBRARIES;LABELS;UNDER" ${ARGN})
   kelt_add_program(${name}_test ${name}_test.cpp)

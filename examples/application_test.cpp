@@ -1,5 +1,5 @@
 // Tests an application with GoogleTest, without a port and without systemd: application_test
-// docs/testing.md says what else there is. without_bus.cpp does the same for an application that controls units.
+// docs/testing.md lists other ways. without_bus.cpp does the same for an application that controls units.
 #include <gtest/gtest.h>
 #include <ipc/data_source.h>
 #include <ipc/signal_processor.h>
@@ -11,7 +11,7 @@ using namespace ecu::vorn::ipc;
 
 namespace {
 
-// The application's code: it takes signals from any source. The reader of a port is one of them.
+// The application's code: it takes signals from any source, for example the reader of a port.
 class Display : public IDataConsumer<IpcSignal> {
  public:
   void consume(IpcSignal&& signal) override {
@@ -51,8 +51,8 @@ TEST(Display, IsStaleAfterAQuietPeriod) {
   EXPECT_TRUE(display->is_stale);
 }
 
-// Frames as they are on the wire, for code that must cope with what really comes: here the end of a signal is lost,
-// and the next start frame throws away what came of it.
+// Frames as they are on the wire, to test what happens when some are lost: here the end of a signal is missing, and
+// the next start frame discards its beginning.
 TEST(Display, IgnoresAnIncompleteSignal) {
   SignalProcessor<8> processor(0);
   Display display;

@@ -1,5 +1,6 @@
-// Receives signals in a service until SIGTERM (systemctl stop) or SIGINT, and notices when the port hangs up: receive
-// DEVICE receive.service beside this file is a unit for it; docs/receiving.md gives the reasons for each step.
+// Receives signals until SIGTERM (systemctl stop) or SIGINT, and notices when the port hangs up: receive DEVICE
+//
+// receive.service in this folder runs it as a service; docs/receiving.md gives the reason for each step.
 #include <fcntl.h>
 #include <ipc/queue_port_reader.h>
 #include <poll.h>
@@ -18,12 +19,12 @@ using namespace ecu::vorn;
 
 namespace {
 
-// The ways out of receive_data on a port that is never quiet: thrown by the consumer, they pass through it.
+// Thrown by the consumer to leave receive_data on a port that is never quiet.
 struct Stopped {};
 struct HungUp {};
 
-// A descriptor of our own, since the reader does not show its one. If the driver refuses a second one, nothing but
-// the watchdog notices a hang-up.
+// A file descriptor of our own, because the reader does not give access to its own. If the driver refuses a second
+// one, only the watchdog notices a hang-up.
 class PortWatch {
  public:
   explicit PortWatch(const char* device) : fd(open(device, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
@@ -61,14 +62,14 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
 
   void request_stop() { stop_requested = true; }
 
-  // Whether the loop has called back since the last look, with news. On a quiet port it has no reason to.
+  // True if the loop has called back with news since the last call, or if the port is quiet and has not hung up.
   bool is_alive() {
     if (repeats.exchange(0) > 1000) return false;
     return called_back.exchange(false) || (is_quiet && port.works());
   }
 
  private:
-  // A port that has hung up hands on its last frame again and again: no signal counts after that.
+  // After a hang-up the reader processes its last frame again and again, so signals after it are dropped.
   void note_call(bool quiet) {
     if (stop_requested) throw Stopped();
     if (port.has_hung_up()) throw HungUp();
@@ -76,7 +77,7 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
     called_back = true;
   }
 
-  // Without a descriptor of our own nothing else shows a hang-up.
+  // Without a descriptor of our own, this is the only sign of a hang-up.
   bool repeats_at_once(const ipc::IpcSignal& signal) {
     const auto now = std::chrono::steady_clock::now();
     const bool is_soon = now - std::exchange(last_time, now) < std::chrono::milliseconds(1);
@@ -97,7 +98,8 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
   std::atomic<bool> is_quiet{true};
 };
 
-// Blocked before the thread starts, so in the thread too: a signal handled there would end the loop's poll as failed.
+// Called before the thread starts, so that the thread inherits it: a signal handled there would make the loop's poll
+// fail.
 sigset_t block_stop_signals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -115,7 +117,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   ipc::QueuePortReader<8> reader(nullptr);
-  if (!reader.open(argv[1])) return 1;  // after up to a minute of waiting, which a signal ends
+  if (!reader.open(argv[1])) return 1;  // waits up to a minute; SIGTERM still ends the program
   const PortWatch port(argv[1]);
   auto* const printer = new Printer(port);
   reader.set_consumer(std::unique_ptr<Printer>(printer));
@@ -130,12 +132,12 @@ int main(int argc, char** argv) {
       std::cerr << argv[1] << " has hung up\n";
     }
     has_ended = true;
-    kill(getpid(), SIGTERM);  // Whatever ended the loop ends the program.
+    kill(getpid(), SIGTERM);  // However the loop ended, wake the main thread.
   });
 
   const timespec second{1, 0};
   while (sigtimedwait(&stop_signals, nullptr, &second) < 0) {
-    // The loop goes on without calling back if the last frame completed no signal. Nothing but this ends it then.
+    // If the last frame completed no signal, the loop goes on without calling back, and only this ends it.
     if (port.has_hung_up()) _exit(1);
     if (printer->is_alive()) sd_notify(0, "WATCHDOG=1");
   }
@@ -144,7 +146,7 @@ int main(int argc, char** argv) {
   reader.stop();            // seen at the next quiet 300 ms
   const timespec grace{0, 400'000'000};
   const bool ends = ended_by_itself || sigtimedwait(&stop_signals, nullptr, &grace) > 0;  // the thread's own SIGTERM
-  if (!ends) _exit(0);  // Frames come that complete no signal: nothing is called back, and it is never quiet.
+  if (!ends) _exit(0);  // Frames come that complete no signal: no callback, and never quiet.
   receiving.join();
   return ended_by_itself ? 1 : 0;
 }

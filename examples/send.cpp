@@ -14,12 +14,12 @@ int main(int argc, char** argv) {
   ipc::QueuePortWriter<8> writer;  // 8 payload bytes: frames of 16, as the port was set up
   if (!writer.open(argv[1])) return 1;
 
-  // The receiving side takes signals only within a sampling frame. Its start is a signal with the identifier that
-  // both sides agreed on, here 0; its 8 bytes are the stamp that the signals behind it will carry.
+  // The receiver drops signals before the first start frame: a signal with the identifier that both sides agreed on,
+  // here 0. Its 8 bytes are the stamp of the signals that follow.
   const ipc::IpcSignal frame_start{0, 0, 0, {1, 0, 0, 0, 0, 0, 0, 0}};
   const std::string text = argv[2];
   const ipc::IpcSignal greeting{0x5a, 0, 0, {text.begin(), text.end()}};
 
-  // True: handed to the device. Nothing tells whether anybody received it.
+  // True means handed to the device. Nothing tells whether anybody received it.
   return writer.transmit_data(frame_start) && writer.transmit_data(greeting) ? 0 : 1;
 }

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced: make_image OUT BUILD_FOLDER PLAN makes what the ARM machine boots, OUT/vmlinuz and OUT/initramfs. The latter is
-# two archives, which the kernel unpacks one over the other: Debian's packages, cut down, made anew only when their list or
-# this file changes; and the machine's own files, the PLAN of run-tests, and what the build made.
+# two archives, which the kernel unpacks one over the other: Debian's packages, cut down, which are made again only if
+# their list or this file changed; and the machine's own files, the PLAN of run-tests, and what was built.
 
 make_image() {
   local out=$1 build=$2 plan=$3
@@ -18,7 +18,7 @@ make_image() {
 
 archive() { (cd "$1" && find . -mindepth 1 | LC_ALL=C sort | cpio -o -H newc -R 0:0 --quiet); }
 
-# The packages were extracted, not configured: what their scripts would have done and the machine needs.
+# The packages were extracted, not configured. This does the part of their scripts' work that the machine needs.
 make_base() {
   local packages=$1 root=$2 unit
   rm -rf "$root"
@@ -33,7 +33,7 @@ make_base() {
   ln -s ../run "$root/var/run"
   ln -s lib/systemd/systemd "$root/init"
   ln -s mawk "$root/usr/bin/awk"
-  # The build's own folder may lie in /tmp, which this would empty.
+  # This would empty /tmp, and the build folder may be there.
   rm -f "$root/usr/lib/tmpfiles.d/tmp.conf"
   mkdir -p "$root/etc/systemd/system"
   for unit in systemd-{udevd,udev-trigger,firstboot,hwdb-update,update-done,update-utmp,sysusers,logind,repart}.service \
@@ -43,8 +43,8 @@ make_base() {
   done
 }
 
-# The machine's own files, and executables, libraries and what the tests read where they are here, so that the paths which
-# a test was built with, or gets in its environment, hold in the machine too.
+# The machine's own files; and executables, libraries and what the tests read, at the same paths as outside, so that paths
+# compiled into a test or set in its environment are valid in the machine too.
 make_tests() {
   local build=$1 root=$2 here=$PWD
   if [[ $here =~ ^/(dev|proc|run|sys)/ ]]; then

@@ -1,5 +1,5 @@
-// All that libkeltipc asks of a logging library, for an application that has one of its own. Here warnings and errors
-// go to standard error, from one thread: a library for several has to keep their lines apart.
+// Everything that libkeltipc needs from a logging library, for an application that has its own. This one writes
+// warnings and errors to standard error and suits one thread: with several, it would have to keep their lines apart.
 #include <logging/logging.h>
 
 #include <iostream>

@@ -1,15 +1,16 @@
 # shellcheck shell=bash
-# Sourced: Debian systems in folders, made of packages from where this machine's own packages come from.
+# Sourced: makes Debian systems in folders, from the mirror that this machine uses.
 #
-#   debian_source                     "URI SUITE main": where that is. The suite is this machine's own release, or
-#                                     DEBIAN_RELEASE, alone: its updates do not always have a package for all architectures
+#   debian_source                     "URI SUITE main" of that mirror. The suite is this machine's release, or DEBIAN_RELEASE,
+#                                     without updates, because these may lack a package for some architecture
 #   make_root FOLDER PACKAGES [MMDEBSTRAP_OPTION...]
-#                                     makes one of the packages (words) and of what they depend on. A folder that was made
-#                                     the same way before is left alone.
-#   fresh_root FOLDER                 makes one anew of the essential packages alone, with this project in /srv/libkeltipc:
-#                                     what a run before installed would hide what a list of packages lacks
-#   in_root FOLDER COMMAND [ARG...]   runs a command there, with processes of its own; needs root
-#   copy_sources FOLDER               this project, as a source archive has it: no git, nothing built
+#                                     makes one from the packages (words) and their dependencies. Keeps a folder that was
+#                                     made with the same arguments before.
+#   fresh_root FOLDER                 makes a new one from the essential packages alone, with this project in
+#                                     /srv/libkeltipc. New, because packages of an earlier run would hide one that is
+#                                     missing in a list
+#   in_root FOLDER COMMAND [ARG...]   runs a command there, in a process namespace of its own; needs root
+#   copy_sources FOLDER               copies this project's sources: no git, nothing built
 
 debian_source() {
   local release from
@@ -18,7 +19,7 @@ debian_source() {
   # shellcheck disable=SC2016  # The dollar signs are apt-get's.
   if ! from=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT)' 'Created-By: Packages' |
     grep " $release main$"); then
-    printf 'apt knows no source of "%s main" here: this needs a Debian machine, and apt-get update\n' "$release" >&2
+    printf 'apt has no source for "%s main": this needs a Debian machine, and apt-get update\n' "$release" >&2
     return 1
   fi
   printf '%s %s main\n' "${from%% *}" "${DEBIAN_RELEASE:-$release}"
@@ -35,7 +36,7 @@ make_root() {
   printf 'Making a Debian system in %s\n' "$folder"
   rm -rf "$folder" "$folder.made-from"
   mkdir -p "$folder"
-  # Through tar, so that without root everything belongs to whoever calls.
+  # Through tar, so that without root the caller owns all files.
   mmdebstrap --include="${packages// /,}" "$@" "$(cut -d ' ' -f 2 <<<"$from")" - "deb $from" \
     2>"$folder.log" | tar -x --exclude='./dev/*' -C "$folder" || { cat "$folder.log" >&2; return 1; }
   printf '%s\n' "$made_from" >"$folder.made-from"

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # Sourced: need_packages FILE... makes sure that the Debian packages listed in the files, one a line, are installed.
-# As root it installs what is missing, saying so first; else it prints the command that does and ends the script.
+# As root it prints what is missing and installs it; otherwise it prints the command that does so and ends the script.
 
 need_packages() {
   local packages missing

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced: step TITLE COMMAND [ARG...]   runs a command under a heading, and says what it took
+# Sourced: step TITLE COMMAND [ARG...]   runs a command under a heading, and prints how long it took
 #          wait_for COMMAND [ARG...]     tries a command until it succeeds, for up to half a minute
 
 step() {

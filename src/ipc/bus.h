@@ -6,8 +6,8 @@
 #include <string>
 
 /// Owners of what sd-bus allocates. Declare them in the order bus, value or reply, error: they are then released in
-/// the order error, reply or value, bus on every path, also by an exception. An array is declared last and released
-/// first, because it is freed while it is copied.
+/// the order error, reply or value, bus on every path, also after an exception. An array is declared last and
+/// released first, because it is freed while it is copied.
 namespace ecu::vorn::ipc {
 
 /// A reference to the calling thread's default system bus. `r` is the result of sd_bus_default_system.
@@ -33,8 +33,7 @@ struct Reply {
   sd_bus_message* message = nullptr;
 };
 
-/// Freed after each call, even a successful one, because sd-bus requires an empty one. Both strings may be null, even
-/// if the call failed.
+/// A D-Bus error, freed after each call, even a successful one. Both strings may be null, even if the call failed.
 struct BusError {
   BusError() = default;
   ~BusError() { sd_bus_error_free(&error); }

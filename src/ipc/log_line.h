@@ -16,7 +16,7 @@ namespace ecu::vorn::ipc {
 
 using Logger = std::shared_ptr<logging::LogModule>;
 
-/// Lines of a level value up to `always_written` ask for nothing but a logger.
+/// Lines up to this level value are written whatever the log level and the module's flag; they need only a logger.
 constexpr int always_written = 4;
 
 template <int Value, logging::_internal::LogStream& Stream>
@@ -46,9 +46,9 @@ std::ostream& operator<<(std::ostream& os, const FilledHex<Width>& number) {
   return os << std::setfill('0') << std::setw(Width) << number.value << std::dec << std::setfill(' ');
 }
 
-/// The level may go down and the module be switched off while a line is written: each piece is tested anew.
-/// Deliberate: the line's level is the one known here. The stream may be another logging library's, so only its
-/// std::ostream is used and no member of it is read; a library that changes a stream's level meanwhile is not heeded.
+/// Asked for each piece, because the log level may be lowered or the module disabled while a line is written.
+/// Deliberate: tests the line's level as compiled and ignores the stream's, because the stream may be another logging
+/// library's: only its std::ostream is used, and no member of it is read.
 template <typename Level>
 inline bool takes_piece() {
   if constexpr (Level::value <= always_written) return true;

@@ -113,7 +113,7 @@ inline void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& 
 template <std::size_t N, typename Frame>
 inline void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& processor) {
   auto taken = processor.take();
-  // Never so: a complete processor has a signal. The result is checked all the same, so no test runs the branch.
+  // Cannot happen, because a complete processor has a signal. Checked all the same; no test can reach the branch.
   if (!taken) {
     log_line<Error>(logger, "Signal was supposed to be available but could not be taken!");  // GCOVR_EXCL_LINE
     return;                                                                                  // GCOVR_EXCL_LINE

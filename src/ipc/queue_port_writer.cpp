@@ -68,8 +68,8 @@ bool QueuePortWriter<N, Frame>::transmit_data(const IpcSignal& signal) {
 template <std::size_t N, typename Frame>
 inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std::size_t chunks) {
   Frame frame;
-  // No stray memory reaches the port: behind a short first chunk the frame is zeroed. Deliberate: it is not cleared
-  // from chunk to chunk.
+  // Zeroes what follows a short first chunk, so that no stray memory reaches the port. Deliberate: nothing is cleared
+  // after that, because the end of a later frame can hold only bytes of the same signal.
   if (signal.data.size() < N) std::memset(frame.data + signal.data.size(), 0, N - signal.data.size());
   frame.signal_id = signal.signal_id;
   frame.total_size = static_cast<std::uint16_t>(signal.data.size());

@@ -55,7 +55,7 @@ const char* manager_method(Systemd::UnitAction action) {
 template <typename State, std::size_t Count>
 using Words = std::array<std::pair<const char*, State>, Count>;
 
-/// The names that an object holds, as far as a query needs them.
+/// Those members of Systemd that a query needs.
 struct Names {
   const std::string& service;
   const std::string& manager_interface;
@@ -63,7 +63,7 @@ struct Names {
   const std::string& unit_interface;
 };
 
-/// LoadUnit, then the property, then its word among `words`.
+/// Calls LoadUnit, reads the property and looks its value up in `words`.
 template <typename State, std::size_t Count>
 State query_state(Systemd& systemd, const Names& names, const std::string& unit, const char* property,
                   const Words<State, Count>& words, State error) {
@@ -78,7 +78,7 @@ State query_state(Systemd& systemd, const Names& names, const std::string& unit,
   return error;
 }
 
-/// If not, logs the reason.
+/// Logs the reason if there is no connection.
 bool is_connected(const Bus& bus) {
   if (bus.r >= 0) return true;
   log_line<Critical>(logger, "Unable to retrieve connection to DBus system bus: ", std::strerror(-bus.r));
@@ -142,7 +142,7 @@ std::vector<std::string> Systemd::list_target_services(const std::string& target
 
 bool Systemd::are_target_services_stopped(const std::string& target) {
   unsigned int running = 0;
-  // Deliberate: asks for every service, because each failure is to be logged. A service whose state cannot be read
+  // Deliberate: asks for every service, because each failure must be logged. A service whose state cannot be read
   // counts as stopped, because waiting for it might never end.
   for (const std::string& unit : list_target_services(target)) {
     if (has_suffix(unit, service_suffix) && is_running(get_unit_activestate(unit))) ++running;

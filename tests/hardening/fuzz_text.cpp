@@ -8,7 +8,7 @@
 
 using namespace keltipc;
 
-/// What a parser refuses, it refuses with an InputError.
+/// A parser may throw an InputError, and nothing else.
 template <typename Parse>
 static void try_to(Parse parse) {
   try {

@@ -10,7 +10,7 @@ using namespace ecu::vorn::ipc;
 
 static std::size_t allocated = 0;
 
-// Not inline: GCC takes inlined calls of malloc and free for a mismatch.
+// Not inline, because GCC warns of a mismatch between new and free if it inlines them.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   allocated += size;
   if (void* const memory = std::malloc(size)) return memory;

@@ -27,7 +27,7 @@ struct AReader : testing::Test {
     reader.open("/dev/null");
   }
 
-  // What comes to the port, in this order.
+  // What the reader gets from the port, in this order.
   void frame(std::uint32_t word, std::size_t total_size, const std::string& payload) {
     signal_t_dyn<24> next{word, 0, static_cast<std::uint16_t>(total_size), {}};
     payload.copy(next.data, 24);
@@ -41,7 +41,7 @@ struct AReader : testing::Test {
     port.quiet([this] { reader.stop(); });
   }
 
-  /// Until poll fails, unless something else ends it.
+  /// Receives until poll fails or something else ends the loop. Returns what happened.
   std::string receive() {
     happened.clear();
     reader.receive_data();

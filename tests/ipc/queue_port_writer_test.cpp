@@ -9,7 +9,7 @@
 using namespace ecu::vorn::ipc;
 using namespace ecu::vorn::ipc::test;
 
-/// The cutting rule, on bare bytes. The tail of the last frame holds the frame before.
+/// The frames that a signal must give. The end of the last one still holds bytes of the frame before.
 template <std::size_t N>
 Transcript cut(const IpcSignal& signal) {
   Transcript frames;

@@ -8,10 +8,10 @@
 
 using namespace ecu::vorn::ipc::test;
 
-/// A sampling frame; frames of one signal, with the sizes around which counting turns; a frame of another signal.
+/// A start frame, frames of one signal with sizes at the limits of the counting, and a frame of another signal.
 constexpr std::array<std::uint8_t, 9> frames = {0x00, 0x13, 0x90, 0x91, 0x94, 0x96, 0x97, 0x9B, 0xD4};
 
-/// Every sequence of that many frames. Returns how many signals they make.
+/// Runs every sequence of `length` frames. Returns how many signals they make.
 template <std::size_t N>
 std::size_t reassemble_all(std::size_t length, std::uint32_t start_id, int log_level) {
   std::size_t signals = 0, sequences = 1;

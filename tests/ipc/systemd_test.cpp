@@ -17,7 +17,7 @@ void with_errors(FakeBus& bus) { bus.method_failure = bus.property_failure = {"o
 void without_property(FakeBus& bus) { bus.property_failure = {"org.No", "not today"}; }
 void without_error_name(FakeBus& bus) { bus.method_failure = {nullptr, nullptr}; }
 
-// What is called. Gives the result as text.
+// The calls under test. Each returns its result as text.
 template <bool (Systemd::*call)(const std::string&)>
 std::string on_a(Systemd& s) {
   return PrintToString((s.*call)("a"));
@@ -42,7 +42,7 @@ std::string start_services(Systemd& s) {
 }
 std::string wants(Systemd& s) { return PrintToString(s.list_unit_dependencies("a", "Wants")); }
 
-// What that asks of the bus and logs.
+// The requests to the bus and the log lines that are expected.
 const std::string manager = "org.freedesktop.systemd1 /org/freedesktop/systemd1 org.freedesktop.systemd1.Manager ",
                   ask_load = manager + "LoadUnit a\n", ask = "d /p i LoadUnit a\n", get = "d /p i Some\n",
                   ask_unit = ask_load + "org.freedesktop.systemd1 /unit/a org.freedesktop.systemd1.Unit ",

@@ -5,7 +5,7 @@
 
 static std::string fields;
 
-/// In place of libsystemd's.
+/// Replaces libsystemd's function.
 extern "C" int sd_journal_sendv(const iovec* parts, int count) {
   for (int i = 0; i < count; ++i)
     fields += std::string(static_cast<char*>(parts[i].iov_base), parts[i].iov_len) + "|";

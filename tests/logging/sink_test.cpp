@@ -13,7 +13,7 @@ struct ASink : testing::Test {
     INFO << module("door") << line;
     INFO.do_flush();
   }
-  /// The sink does this at the next line, and replaces itself by one that keeps the lines after it.
+  /// At the next line the sink calls `act` and replaces itself by one that collects the lines after it.
   void at_next_line(const std::function<void()>& act) {
     set_sink([this, act](int, const std::string&, const std::string&) {
       set_sink([this](int, const std::string&, const std::string& line) { taken += line; });

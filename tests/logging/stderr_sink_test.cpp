@@ -10,10 +10,10 @@
 
 using ecu::vorn::logging::stderr_sink;
 
-/// What the next writes meet: 2 is an interruption, 1 room for three bytes only.
+/// How many writes still fail: the last but one is interrupted, the last one writes three bytes only.
 static int troubles = 0;
 
-/// In place of libc's.
+/// Replaces libc's function.
 extern "C" ssize_t write(int fd, const void* bytes, size_t size) {
   const int trouble = troubles > 0 ? troubles-- : 0;
   errno = EINTR;

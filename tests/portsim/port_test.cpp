@@ -22,7 +22,7 @@ namespace {
 const std::string backend = std::getenv("KELTIPC_BACKEND");
 const bool is_cuse = backend == "cuse";
 
-/// A longer run is the same test with a larger number.
+/// The value of an environment variable, which makes a longer run out of the same test.
 std::uint32_t number(const char* variable, std::uint32_t usual) {
   return std::getenv(variable) ? static_cast<std::uint32_t>(std::stoul(std::getenv(variable))) : usual;
 }
@@ -77,7 +77,7 @@ TEST(APort, PassesSignalsWholeAndInOrder) {
 
 struct Enough {};
 
-/// Takes signals whose identifiers rise by one, and leaves the loop at `enough`.
+/// Expects identifiers that increase by one, and leaves the loop at `enough`.
 struct Counter : IDataConsumer<IpcSignal> {
   void consume(IpcSignal&& signal) override {
     EXPECT_TRUE(signal.signal_id == last + 1 || last == 0) << signal.signal_id << " after " << last;
@@ -89,7 +89,7 @@ struct Counter : IDataConsumer<IpcSignal> {
   std::atomic<std::uint32_t> enough{0};
 };
 
-/// At once another device under the same name. The one before has ended, or has lost its name.
+/// Replaces the device by another one of the same name. The old one has ended (pty) or lost its name (cuse).
 void take_away_and_give_back(std::unique_ptr<Port>& port, const std::string& path) {
   if (!is_cuse) {
     auto other = std::make_unique<Port>("--depth 8", ".next");
@@ -123,9 +123,9 @@ TEST(APort, IsFoundAgainEachTimeItIsTakenAwayAndGivenBack) {
   const std::uint32_t removals = number("KELTIPC_REMOVALS", is_cuse ? 50 : 10);
   for (std::uint32_t removal = 0; removal <= removals; ++removal) {
     if (removal > 0) take_away_and_give_back(port, path);
-    if (!is_cuse) counter->last = 0;  // The device before took along what it held.
+    if (!is_cuse) counter->last = 0;  // Frames queued in the old device are lost.
     EXPECT_TRUE(reader.open(path));
-    counter->enough = sent + 2;  // The writer has looked at its port again before it sends the second one.
+    counter->enough = sent + 2;  // Before it sends the second one, the writer checks its port.
     EXPECT_THROW(reader.receive_data(), Enough);
     if (removal == 0) descriptors = open_descriptors();
   }

@@ -13,7 +13,7 @@ static FakeBus* bus = nullptr;
 
 FakeBus::FakeBus(Transcript& transcript) : notes(transcript) { bus = this; }
 
-/// Notes the request; below zero if it fails.
+/// Notes the request. Returns a negative value if it fails.
 static int answer(const std::optional<FakeBus::Failure>& failure, sd_bus_error* error,
                   std::initializer_list<const char*> words) {
   std::string note;
@@ -44,7 +44,8 @@ void sd_bus_error_free(sd_bus_error* error) {
   if (error->name != nullptr) --bus->held;
 }
 
-/// A reply is an object path in memory of its own, so that ASan sees a string that is used after its reply is gone.
+/// A reply is an object path in memory of its own, so that ASan reports a string that is used after its reply was
+/// freed.
 int sd_bus_call_method(sd_bus* /*connection*/, const char* destination, const char* path, const char* interface,
                        const char* member, sd_bus_error* error, sd_bus_message** reply, const char* types, ...) {
   va_list arguments;

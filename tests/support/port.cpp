@@ -1,4 +1,4 @@
-// Without fortified headers, which bring inline definitions of their own.
+// Without fortified headers, because they define some of these functions inline.
 #undef _FORTIFY_SOURCE
 #include <fcntl.h>
 #include <poll.h>
@@ -38,7 +38,7 @@ using namespace ecu::vorn::ipc::test;
 
 extern "C" {
 
-// The system's header renames it where time has 64 bits, for the library and for this definition alike.
+// With 64-bit time, the system's header renames nanosleep, for the library and for this definition alike.
 int nanosleep(const timespec* time, timespec* /*rest*/) {
   FakePort& port = noted("nanosleep ", static_cast<std::size_t>(time->tv_sec * 1000 + time->tv_nsec / 1'000'000));
   ++port.sleeps;

@@ -12,7 +12,7 @@
 
 namespace ecu::vorn::ipc::test {
 
-/// What reassembly must do, written independently of SignalProcessor: it keeps facts in place of a state, and counts
+/// What reassembly must do, written independently of SignalProcessor: it derives the state from facts, and counts
 /// the bytes that it holds. If the two differ, one of them is wrong.
 template <std::size_t N>
 struct ReassemblyModel {
@@ -74,8 +74,8 @@ struct ReassemblyModel {
   bool sampling = false, complete = false;
 };
 
-/// A frame in one byte: bits 0 to 3 choose the size and bits 4 to 6 the identifier. `turn` numbers the frames, and
-/// makes their payloads differ.
+/// Makes a frame from one byte: bits 0 to 3 choose the size and bits 4 to 6 the identifier. `turn` numbers the
+/// frames, and makes their payloads differ.
 template <std::size_t N>
 signal_t_dyn<N> make_frame(unsigned int byte, std::uint32_t start_id, std::size_t held, std::size_t turn) {
   const std::array<std::uint32_t, 8> ids = {start_id, 5, 5, 5, 5, 6, 0, 0xFFFFFFF};
@@ -103,7 +103,8 @@ std::size_t reassemble(const std::uint8_t* bytes, std::size_t count, std::uint32
   ReassemblyModel<N> model{start_id, log_level};
   std::size_t signals = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    // A signal whose counts have missed each other would grow until the run spends all its time on copying.
+    // Once more bytes are held than expected, the signal grows without limit; a start frame ends that before copying
+    // takes all the time.
     const unsigned int byte = model.signal.data.size() > 200'000 ? 0U : bytes[i];
     signal_t_dyn<N> frame = make_frame<N>(byte, start_id, model.signal.data.size(), i);
     model.process(frame);

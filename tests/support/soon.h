@@ -5,7 +5,7 @@
 
 namespace ecu::vorn::ipc::test {
 
-/// Waits until it holds, for up to half a minute: a machine that is emulated may be slow.
+/// Waits up to 30 s until the condition holds, because an emulated machine may be slow.
 template <typename Condition>
 bool soon(Condition holds) {
   for (int i = 0; i < 1500; ++i) {

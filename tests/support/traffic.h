@@ -12,7 +12,7 @@
 
 namespace ecu::vorn::ipc::test {
 
-/// A sequence of signals. The n-th follows from n alone, so the receiver knows what is due.
+/// A sequence of signals. The n-th depends on n alone, so the receiver knows what to expect.
 struct Traffic {
   std::uint32_t count, shortest, longest;
 
@@ -26,7 +26,7 @@ struct Traffic {
 
 inline IpcSignal sampling_frame_start() { return {0, 0, 0, std::vector<char>(8)}; }
 
-/// Counts signals, and throws at the first that is not whole or not the one that is due.
+/// Counts signals, and throws at the first that differs from the expected one.
 struct TrafficChecker : IDataConsumer<IpcSignal> {
   /// Calls `when_all_came` after the last signal.
   TrafficChecker(const Traffic& expected, std::uint32_t& counter, std::function<void()> when_all_came = {})

@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Names that come from outside, made safe for a line, a terminal and a JSON parser. Whole UTF-8 characters pass;
-/// control characters (C1 ones included) and bytes that are no UTF-8 do not.
+/// control characters (C1 ones included) and bytes that are not UTF-8 do not.
 namespace keltipc {
 
 /// One word without blanks, from which unescape_word gets the name back.
@@ -21,7 +21,7 @@ std::optional<std::string> unescape_word(std::string_view word);
 /// For messages, in quotes and cut after 60 bytes: "5#zz" -> "'5#zz'"
 std::string quote(std::string_view text);
 
-/// A JSON string with its quotes. What is no character becomes the \u00XX of its byte.
+/// A JSON string with its quotes. A byte that is not part of a character becomes \u00XX.
 ///
 ///     say "a\n" -> "say \"a\u000a\""
 std::string json_string(std::string_view text);

@@ -18,7 +18,7 @@ inline CLI::Validator whole_number(unsigned long lowest,
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, value);
     if (error != std::errc{} || stop != end || value < lowest || value > highest) {
-      return quote(text) + " is no whole number from " + range;
+      return quote(text) + " is not a whole number from " + range;
     }
     text = std::to_string(value);
     return {};

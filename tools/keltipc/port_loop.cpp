@@ -56,7 +56,7 @@ std::optional<Outcome> write_out(std::string_view text) {
     } else if (errno == EPIPE) {
       return Outcome{exit_done, {}, true};
     } else if (errno == EAGAIN) {
-      // Whoever shares the descriptor with us made it non-blocking.
+      // Another process that shares the descriptor made it non-blocking.
       pollfd output{STDOUT_FILENO, POLLOUT, 0};
       ::poll(&output, 1, -1);
     } else if (errno != EINTR) {

@@ -97,7 +97,7 @@ void run(const Options& options) {
   make_room(options.port.path);
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // Whoever reads what is printed may go; the port stays.
+  // The port stays even if the reader of the output has exited.
   ::signal(SIGPIPE, SIG_IGN);
   MessageQueue queue(options.queue, std::cout);
   const auto ready = [&](const char* kind) {
