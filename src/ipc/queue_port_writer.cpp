@@ -77,7 +77,8 @@ inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std
     const std::size_t offset = i * N;
     std::memcpy(frame.data, signal.data.data() + offset, std::min(N, signal.data.size() - offset));
     frame.chunk_index = static_cast<std::uint16_t>(i);
-    // Deliberate: a failed or short write is neither retried nor reported; lost frames are the receiver's concern.
+    // Deliberate: a failed or short write is neither retried nor reported, because the application's own protocol
+    // must notice lost frames anyway.
     [[maybe_unused]] const ssize_t unchecked = ::write(fd, &frame, sizeof frame);
   }
 }

@@ -35,7 +35,7 @@ void note_stop_signals() {
   if (::timer_create(CLOCK_MONOTONIC, &by_alarm, &repeat) != 0) {
     throw std::system_error(errno, std::generic_category(), "timer_create");
   }
-  struct sigaction action {};  // Deliberate: without SA_RESTART, so that a blocked write(2) returns.
+  struct sigaction action {};  // Deliberate: without SA_RESTART, because a blocked write(2) must return.
   action.sa_handler = note;
   ::sigaction(SIGALRM, &action, nullptr);
   const sigset_t signals = stop_signals();
