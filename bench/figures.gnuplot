@@ -24,7 +24,7 @@ do for [call in "transmit_data receive_data process_take"] {
 }
 unset multiplot
 
-# A unit's state, beside the rivals.
+# A query of a unit's state, compared with other ways.
 set terminal svg size 720,300 dynamic background rgb "white" font "sans-serif,12"
 set output ARG2."/unit-query.svg"
 unset logscale

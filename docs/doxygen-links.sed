@@ -1,5 +1,5 @@
 # Doxygen 1.9.4 copies a Markdown link to a source file as it is, and has no option for it, so that it leads nowhere in
-# the HTML. Here a file that Doxygen reads gets a link to its page; others lie beside the pages (HTML_EXTRA_FILES). The text
+# the HTML. Here a file that Doxygen reads gets a link to its page; other files are copied to the pages (HTML_EXTRA_FILES). The text
 # of a reference cannot be code.
 s#\[`?([^]`]*)`?\]\((\.\./)*(include|examples)/([^)]*\.(h|cpp))\)#[\1](@ref \4)#g
 s#\]\((\.\./)*[^):@]*/([^):/]*\.(cpp|txt|rules|service|py))\)#](\2)#g

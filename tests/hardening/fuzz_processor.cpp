@@ -1,8 +1,8 @@
 #include "support/reassembly.h"
 
-// Bytes as frames, of each size, beside the model: any difference ends the run. The first byte chooses the frame size
-// (the largest rarely, because it takes ten times as long) and the start identifier. Short runs have DEBUG lines,
-// which take most of the time.
+// Makes frames from the bytes and compares the processor with the model: any difference ends the run. The first byte
+// chooses the frame size (rarely the largest, which takes ten times as long) and the start identifier. Only short
+// runs have DEBUG lines, because those take most of the time.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using ecu::vorn::ipc::test::reassemble;
   if (size == 0) return 0;

@@ -21,7 +21,7 @@ static void require(bool holds) {
   if (!holds) std::abort();
 }
 
-// Any text for every parser of the tools.
+// Gives any text to every parser of the tools.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(bytes), size);
   try_to([&] { parse_signal_text(text); });

@@ -14,7 +14,7 @@
 #include "support/soon.h"
 #include "support/traffic.h"
 
-// The library on the ports of keltipc-portsim. KELTIPC_PORTSIM is the command that starts it, KELTIPC_BACKEND the
+// Reader and writer on a port of keltipc-portsim. KELTIPC_PORTSIM is the command that starts it, KELTIPC_BACKEND the
 // kind of port.
 namespace ecu::vorn::ipc::test {
 namespace {

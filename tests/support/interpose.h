@@ -16,7 +16,7 @@ struct FakePort {
   explicit FakePort(Transcript* transcript = nullptr);
   ~FakePort();
 
-  // What the reader meets, in this order. After the last event, poll fails.
+  // What the reader gets, in this order. After the last event, poll fails.
   void frame(std::string bytes) { events.push_back({std::move(bytes), 1, {}}); }
   void failed_read() { events.push_back({"", 1, {}}); }
   void quiet(std::function<void()> meanwhile = {}) { events.push_back({"", 0, std::move(meanwhile)}); }
