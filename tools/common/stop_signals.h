@@ -7,8 +7,7 @@
 
 namespace keltipc {
 
-/// SIGINT, SIGTERM and, unless it is ignored as under nohup(1), SIGHUP. They are waited for, not handled, so that the
-/// program can remove its port before it ends.
+/// SIGINT, SIGTERM and, unless it is ignored as under nohup(1), SIGHUP.
 inline sigset_t stop_signals() {
   sigset_t signals;
   sigemptyset(&signals);
