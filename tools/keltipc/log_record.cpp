@@ -82,8 +82,8 @@ LogRecord parse_json_record(std::string_view line) {
   using Text = const std::string&;
   try {
     const auto object = nlohmann::json::parse(line);
-    const auto status = object.at("status").get<std::int64_t>();
-    if (status < 0 || status > 0xF) throw InputError("invalid status: 0 to 15");
+    const auto status = object.at("status").get_ref<const nlohmann::json::number_unsigned_t&>();
+    if (status > 0xF) throw InputError("invalid status: 0 to 15");
     LogRecord record{json_time(object.at("time").get<double>()), object.at("device").get<std::string>(), {}};
     record.signal.status = static_cast<std::uint8_t>(status);
     set_fields(record.signal, object.at("id").get_ref<Text>(), object.at("sampling_frame").get_ref<Text>(),

@@ -13,6 +13,7 @@
 
 #include "escape.h"
 #include "exit_status.h"
+#include "ipc/utils.h"
 #include "open_device.h"
 #include "say.h"
 #include "stop_request.h"
@@ -117,6 +118,7 @@ std::optional<Outcome> PortLoop::look_at_node() {
 }
 
 std::optional<Outcome> PortLoop::lose(const std::string& reason) {
+  client.on_loss();
   const std::string sentence = quote(port.device) + " " + reason;
   if (!port.follow) return Outcome{exit_failed, sentence};
   say(sentence + "; waiting for it to come back");
@@ -125,11 +127,12 @@ std::optional<Outcome> PortLoop::lose(const std::string& reason) {
 }
 
 void PortLoop::reopen() {
+  // A regular file in its place, which a shell's ">" makes while the node is missing, is not the end of the wait.
+  if (!ecu::vorn::ipc::utils::is_char_dev(port.device)) return;
   Descriptor opened = try_to_open_device(port.device, O_RDONLY);
   if (!opened || has_hung_up(opened.get())) return;
   say(quote(port.device) + " is back");
   device.emplace(std::move(opened));
-  client.restart();
 }
 
 }  // namespace keltipc

@@ -35,8 +35,8 @@ class PortClient {
   virtual Clock::time_point due() const = 0;
   virtual std::optional<Outcome> on_time() = 0;
 
-  /// The port had gone and is back: what was half received is void.
-  virtual void restart() = 0;
+  /// The port has gone: the rest of a signal that was half received never comes.
+  virtual void on_loss() = 0;
 };
 
 /// The loop of one thread that reads a port. The library's own reader looks neither at what read(2) gives nor at

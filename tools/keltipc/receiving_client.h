@@ -27,7 +27,7 @@ class ReceivingClient : public PortClient {
   /// Reads the port until something ends that; gives the exit status. To be called once.
   int run();
 
-  void restart() override { reception.restart(); }
+  void on_loss() override { reception.restart(); }
 
  protected:
   /// The signal that this message completes, if it passes the filters.

@@ -34,7 +34,7 @@ class Reception {
   std::optional<ecu::vorn::ipc::IpcSignal> take(const char* bytes, std::size_t size);
   const Frame& frame() const { return current; }
 
-  /// Begins anew; the counts go on.
+  /// Drops a half received signal, which counts as incomplete, and waits for a start frame again. The counts go on.
   void restart();
 
   /// What came, and what is wrong with it: a sentence or two.

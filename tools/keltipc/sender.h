@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ipc/ipc_signal.h"
+#include "logging/logging.h"
 
 namespace keltipc {
 
@@ -21,6 +22,9 @@ class Sender {
   /// Opens the port. `gap`: the least time between two signals, start frames not counted. `log_level`: see
   /// set_up_logging. Throws std::runtime_error if the port cannot be opened.
   Sender(const std::string& device_path, unsigned int frame_size, std::chrono::milliseconds gap, int log_level);
+  ~Sender() { ecu::vorn::logging::set_sink({}); }
+  Sender(const Sender&) = delete;
+  Sender& operator=(const Sender&) = delete;
 
   /// Throws std::runtime_error if the port has gone and did not come back, or the device refused a frame. A warning
   /// says that a signal without data gives no frame.

@@ -1,6 +1,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -59,7 +60,7 @@ class WatchTable : public ReceivingClient {
   std::string screen() const {
     const winsize size = terminal_size();
     // One less than there are: a character in the last column would make some terminals wrap.
-    const std::size_t width = size.ws_col - 1U;
+    const std::size_t width = std::max<std::size_t>(size.ws_col, 2) - 1;
     std::vector<std::string> lines = table.lines(width);
     lines.insert(lines.begin(), head(width));
     const std::size_t room = size.ws_row > 2 ? size.ws_row - 1U : 1;
