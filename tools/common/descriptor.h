@@ -8,7 +8,7 @@
 
 namespace keltipc {
 
-/// Owns a file descriptor; a negative one stands for none.
+/// Owns a file descriptor; a negative number means none.
 class Descriptor {
  public:
   explicit Descriptor(int owned) : fd(owned) {}

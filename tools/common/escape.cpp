@@ -17,14 +17,14 @@ std::size_t sequence_length(unsigned char lead) {
   return 0;
 }
 
-bool is_overlong_or_no_character(std::uint32_t code, std::size_t length) {
+bool is_overlong_or_not_a_character(std::uint32_t code, std::size_t length) {
   if (length == 3) return code < 0x800 || (code >= 0xD800 && code < 0xE000);
   return length == 4 && (code < 0x10000 || code > 0x10FFFF);
 }
 
 bool is_control(std::uint32_t code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
 
-/// The bytes of the UTF-8 character at the beginning of `text`; 0 for a control character and for what is none.
+/// The bytes of the UTF-8 character at the beginning of `text`; 0 for a control character and for invalid UTF-8.
 std::size_t printable_length(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text.front());
   const std::size_t length = sequence_length(lead);
@@ -35,10 +35,10 @@ std::size_t printable_length(std::string_view text) {
     if ((byte & 0xC0U) != 0x80) return 0;
     code = (code << 6U) | (byte & 0x3FU);
   }
-  return is_control(code) || is_overlong_or_no_character(code, length) ? 0 : length;
+  return is_control(code) || is_overlong_or_not_a_character(code, length) ? 0 : length;
 }
 
-/// Copies characters, but those in `special` and what is no printable one as `prefix` and two digits a byte.
+/// Copies printable characters. Writes those in `special`, and each other byte, as `prefix` and two hex digits.
 std::string escape(std::string_view text, std::string_view special, std::string_view prefix) {
   std::string result;
   while (!text.empty()) {

@@ -15,13 +15,14 @@ namespace keltipc {
 ///     C:\qp      ->  C:\x5cqp
 std::string escape_word(std::string_view name);
 
-/// Nothing where a backslash does not begin "\xHH".
+/// Nothing if a backslash does not begin "\xHH".
 std::optional<std::string> unescape_word(std::string_view word);
 
 /// For messages, in quotes and cut after 60 bytes: "5#zz" -> "'5#zz'"
 std::string quote(std::string_view text);
 
-/// A JSON string with its quotes. A byte that is not part of a character becomes \u00XX.
+/// A JSON string with its quotes. A byte that is not part of a printable character becomes \u00XX. A JSON library
+/// would refuse such bytes, or want them converted first, which takes more code than this.
 ///
 ///     say "a\n" -> "say \"a\u000a\""
 std::string json_string(std::string_view text);

@@ -14,9 +14,9 @@ namespace {
 volatile std::sig_atomic_t noted = 0;
 timer_t repeat;
 
-/// A signal can arrive after the last look at `noted` and before the write(2) that then blocks, and no mask closes
-/// that gap: only poll(2) has a form that unblocks signals while it waits. So the first signal starts a timer, whose
-/// SIGALRM interrupts whatever waits every 10 ms, until the process has ended.
+/// A signal can arrive after the last look at `noted` and before the write(2) that then blocks. Blocking the signals
+/// does not close that gap: poll(2) has a form that unblocks them while it waits, write(2) has none. So the first
+/// signal starts a timer, whose SIGALRM interrupts any waiting system call every 10 ms, until the process has ended.
 void note(int signal) {
   const int saved = errno;
   if (signal != SIGALRM) noted = signal;

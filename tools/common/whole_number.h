@@ -9,7 +9,7 @@
 
 namespace keltipc {
 
-/// A decimal number within bounds, leading zeros allowed. What CLI11 has takes "010" for eight.
+/// A decimal number within bounds, leading zeros allowed. CLI11's own check reads "010" as octal.
 inline CLI::Validator whole_number(unsigned long lowest,
                                    unsigned long highest = std::numeric_limits<unsigned int>::max()) {
   const std::string range = std::to_string(lowest) + " to " + std::to_string(highest);
@@ -26,11 +26,11 @@ inline CLI::Validator whole_number(unsigned long lowest,
   return CLI::Validator(check, "");
 }
 
-/// The sizes of frames that there are, in bytes: 16, 32 and 4096.
+/// The size of a port's frames: 16, 32 or 4096 bytes.
 inline CLI::Validator frame_size() {
   const auto check = [](const std::string& text) -> std::string {
     if (text == "16" || text == "32" || text == "4096") return {};
-    return "there are no frames of " + quote(text) + " bytes, only of 16, 32 and 4096";
+    return quote(text) + " is not a frame size: 16, 32 or 4096";
   };
   return CLI::Validator(check, "");
 }

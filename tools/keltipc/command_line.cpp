@@ -90,7 +90,7 @@ void declare_send(CLI::App& command, SendOptions& options) {
 }
 
 std::string check_time_form(const std::string& text) {
-  return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is none of a, d, z";
+  return text == "a" || text == "d" || text == "z" ? "" : quote(text) + " is not a, d or z";
 }
 
 /// What `dump` and `watch` have in common: the port.

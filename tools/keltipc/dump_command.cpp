@@ -20,7 +20,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// Bytes of a payload that a terminal shows.
+/// How many bytes of a payload are shown on a terminal.
 constexpr std::size_t shown_on_terminal = 64;
 
 microseconds utc_now() {
@@ -32,8 +32,7 @@ class LineWriter {
  public:
   enum class Form { log, json, utc, since_last, since_start };
 
-  /// `cuts`: of a long payload the beginning and the length, in the forms with a time for people. Times count from
-  /// here on.
+  /// `cuts`: shortens long payloads in the forms for people. Times since the start count from here.
   LineWriter(Form line_form, bool cuts, std::string device_name);
 
   std::string signal_line(ecu::vorn::ipc::IpcSignal&& signal);
@@ -62,7 +61,7 @@ std::string LineWriter::prefix() {
   return seconds_text(elapsed) + "  ";
 }
 
-/// Shortens a payload, and gives what then stands behind its last byte.
+/// Shortens the payload if it is too long for a terminal. Returns the text that closes it.
 std::string LineWriter::cut(std::vector<char>& payload) const {
   const std::size_t length = payload.size();
   if (!cuts_payloads || length <= shown_on_terminal) return "}";

@@ -12,7 +12,7 @@ constexpr const char* manager = "org.freedesktop.systemd1";
 constexpr const char* manager_path = "/org/freedesktop/systemd1";
 constexpr const char* manager_interface = "org.freedesktop.systemd1.Manager";
 
-/// Requests get that long even with a shorter timeout: without any there would be nothing to wait for.
+/// Requests may take that long even if the timeout is shorter, or no job could be queued with a timeout of 0.
 constexpr std::chrono::milliseconds shortest_request(500);
 
 /// A result of sd-bus, unless it is an error.
@@ -21,14 +21,14 @@ int checked(int r) {
   return r;
 }
 
-/// Rounded up, because sd-bus takes 0 for its default.
+/// Rounded up, because 0 stands for the default timeout of sd-bus.
 std::uint64_t microseconds_until(std::chrono::steady_clock::time_point end) {
   const auto left = std::chrono::ceil<std::chrono::microseconds>(end - std::chrono::steady_clock::now());
   return static_cast<std::uint64_t>(std::max<std::int64_t>(left.count(), 1));
 }
 
 sd_bus* open_bus(std::chrono::steady_clock::time_point end) {
-  // The greeting, which opening sends, has no other bound.
+  // Opening sends a hello message, whose timeout can be set in no other way.
   ::setenv("SYSTEMD_BUS_TIMEOUT", (std::to_string(microseconds_until(end)) + "us").c_str(), 1);
   sd_bus* bus = nullptr;
   checked(sd_bus_default_system(&bus));
@@ -65,7 +65,7 @@ void JobMonitor::begin_request() {
 bool JobMonitor::is_over() const { return Clock::now() >= last_request; }
 
 void JobMonitor::note_reply() {
-  // What is queued came before the reply: it is about jobs before ours, such as one that ours has replaced.
+  // The messages in the queue came before the reply: they concern earlier jobs, such as one that ours has replaced.
   std::uint64_t queued = 0;
   while (checked(sd_bus_get_n_queued_read(bus.get(), &queued)) >= 0 && queued > 0) {
     checked(sd_bus_process(bus.get(), nullptr));
@@ -83,8 +83,8 @@ std::uint32_t JobMonitor::find_job(const std::string& unit_path) {
   const char* path = nullptr;
   checked(sd_bus_message_read(reply, "(uo)", &job, &path));
   take_signals();
-  // A unit has one job at a time. If one has ended since ours was queued, it was ours, and the unit may have the
-  // next.
+  // A unit has one job at a time. So the first that ended since ours was queued is ours; the Job property may already
+  // name the next one.
   const auto first = ended.find(unit_at(unit_path));
   if (first != ended.end()) return first->second;
   if (job == 0) throw std::runtime_error("the systemd manager did not report the end of a job");

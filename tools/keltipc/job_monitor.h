@@ -13,9 +13,9 @@ namespace keltipc {
 
 /// Follows jobs to their ends, up to a deadline.
 ///
-/// The library's part is done when a job is queued, and the unit's state does not tell the rest: a unit that does its
-/// work and ends is inactive before and after, and the start of a stopped unit may have been cancelled. So this
-/// listens for the manager's signal JobRemoved, which carries a job's own result.
+/// The library returns when a job is queued, and the unit's state does not tell how the job ended: a oneshot unit is
+/// inactive before and after, and the start of a stopped unit may have been cancelled. So this listens for the
+/// manager's signal JobRemoved, which carries the job's result.
 ///
 /// It holds the thread's default connection to the bus, so that the library's requests use it too and are bounded:
 /// call `begin_request` before each.
@@ -27,7 +27,7 @@ class JobMonitor {
 
   // All that follow throw std::runtime_error if the manager cannot be asked.
 
-  /// From here on no job's end is missed.
+  /// Listens for the ends of jobs from here on.
   void subscribe();
 
   /// Lets the next request wait for its reply until the deadline. Throws after it.
@@ -40,8 +40,8 @@ class JobMonitor {
   /// The number of that job, which was for the unit with this object.
   std::uint32_t find_job(const std::string& unit_path);
 
-  /// The job's result as org.freedesktop.systemd1(5) has it: "done", "failed", "dependency", "canceled", ...; nothing
-  /// if it has not ended by the deadline.
+  /// The job's result as org.freedesktop.systemd1(5) names it: "done", "failed", "dependency", "canceled", ...;
+  /// nothing if it has not ended by the deadline.
   std::optional<std::string> wait_for_result(std::uint32_t job);
 
  private:

@@ -21,7 +21,8 @@ struct LogRecord {
 ///         ->  (1735270496.916858) /dev/qp0 5a:1:1f#0aff
 std::string to_log_line(const LogRecord& record);
 
-/// What to_log_line or to_json_line wrote. Throws InputError. Seconds have up to 32 bits, microseconds six digits.
+/// Parses what to_log_line or to_json_line wrote. Throws InputError. Seconds have up to 32 bits, microseconds six
+/// digits.
 LogRecord parse_log_line(std::string_view line);
 
 /// The same as a JSON object. Numbers of 28 and 64 bits are strings in hexadecimal, as in all of this tool's text.

@@ -32,7 +32,8 @@ bool has_hung_up(int device) {
   return ::poll(&port, 1, 0) > 0 && (port.revents & hang_up) != 0;
 }
 
-/// Whether `path` still leads to the node that was opened: it may have been removed, or made anew for another device.
+/// Whether `path` still leads to the node that was opened: it may have been removed, or made again for another
+/// device.
 bool leads_to(const std::string& path, int device) {
   struct stat now {};
   struct stat opened {};
@@ -90,7 +91,7 @@ std::optional<Outcome> PortLoop::turn() {
   if (PortClient::Clock::now() >= client.due()) {
     if (auto outcome = client.on_time()) return outcome;
   }
-  // Looked at on a quiet port alone: so what a device still holds is read although its node has been removed.
+  // Only if the port is quiet, so that all that a device still holds is read after its node was removed.
   return ready == 0 ? look_at_node() : std::nullopt;
 }
 

@@ -10,18 +10,18 @@
 
 namespace keltipc {
 
-/// How a command ends: its exit status, and a sentence for standard error where one is due.
+/// How a command ends: its exit status, and a sentence for standard error, or an empty one.
 struct Outcome {
   int status;
   std::string sentence;
   bool is_quiet = false;  ///< nobody reads what it prints, so nothing more is said
 };
 
-/// Writes all of `text` to standard output. Gives nothing once that is done, else how the command ends: quietly when
-/// nobody reads, with 128 + n after a stop signal, which interrupts a write that blocks.
+/// Writes all of `text` to standard output. Returns nothing on success, else how the command ends: quietly if nobody
+/// reads it, with 128 + n after stop signal n, which also interrupts a write that blocks.
 std::optional<Outcome> write_out(std::string_view text);
 
-/// What is done with a port's messages. Each call may end the loop.
+/// Receives a port's messages. Each call that returns an Outcome ends the loop.
 class PortClient {
  public:
   using Clock = std::chrono::steady_clock;
@@ -51,7 +51,7 @@ class PortLoop {
 
   PortLoop(Port described, Descriptor opened, PortClient& its_client);
 
-  /// Until a stop signal, the client, the end of the port or that of standard output's reader ends it.
+  /// Runs until a stop signal or the client ends it, the port goes, or the reader of standard output goes.
   Outcome run();
 
  private:
@@ -63,7 +63,7 @@ class PortLoop {
   void reopen();
 
   Port port;
-  std::optional<Descriptor> device;  ///< none while the port has gone
+  std::optional<Descriptor> device;  ///< empty while the port is gone
   PortClient& client;
   std::vector<char> message;
 };

@@ -18,19 +18,19 @@ struct Frame {
   std::uint16_t chunk = 0;
   std::uint16_t total_size = 0;
   std::vector<char> payload;
-  std::string mark;  ///< what is special or wrong about it; mostly nothing
+  std::string mark;  ///< what is special or wrong about it; usually empty
 };
 
-/// Puts a port's frames together with the library's own processor, as an application would, and keeps account of what
-/// the processor passes over without a word: frames that are missing, repeated, mixed up or short.
+/// Puts a port's frames together with the library's own processor, as an application would, and counts what the
+/// processor does not report: frames that are missing, repeated, mixed up or short.
 class Reception {
  public:
-  /// Takes a whole frame; gives the signal that it completes, if any.
+  /// Takes a whole frame, and returns the signal that it completes, if any.
   using Processor = std::function<std::optional<ecu::vorn::ipc::IpcSignal>(const char* frame)>;
 
   Reception(std::size_t frame_bytes, std::uint32_t frame_start_id);
 
-  /// What read(2) gave: the signal that it completes, if any. `frame` tells of the last one taken.
+  /// Takes what read(2) gave, and returns the signal that it completes, if any. `frame` then describes it.
   std::optional<ecu::vorn::ipc::IpcSignal> take(const char* bytes, std::size_t size);
   const Frame& frame() const { return current; }
 
@@ -40,7 +40,7 @@ class Reception {
   /// What came, and what is wrong with it: a sentence or two.
   std::vector<std::string> summary(const std::string& device) const;
 
-  /// "1 gap, 2 repeats"; empty where nothing is wrong.
+  /// "1 gap, 2 repeats"; empty if nothing is wrong.
   std::string faults() const;
 
   struct Counts {

@@ -9,15 +9,15 @@
 
 namespace keltipc {
 
-/// Turns the lines of a log into what makes a receiver see the logged signals again.
+/// Turns the lines of a log into the signals and start frames with which a receiver sees the logged signals again.
 class Replay {
  public:
   /// `start_id` opens sampling frames. `speed_factor`: 2 halves the pauses, 0 leaves them out.
   Replay(std::uint32_t start_id, double speed_factor);
 
-  /// For one line: the signal, with its status in the identifier's top four bits, and a start frame before the first
-  /// signal and whenever the stamp changes. A clock that was set back gives no pause.
-  /// Throws InputError for a line that is bad, and for a signal that a receiver would take for a start frame.
+  /// For one line: the signal, with its status in the identifier's top four bits, after a start frame if the line is
+  /// the first or its stamp is new. A time before that of the last line gives no pause. Throws InputError for a line
+  /// that is bad, and for a signal that a receiver would take for a start frame.
   std::vector<Outgoing> next(std::string_view line);
 
  private:

@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* standard_input = "-";
 
-/// Makes of a line, or of a SIGNAL of the command line, what is to be sent. Throws InputError.
+/// Parses a line, or a SIGNAL of the command line. Throws InputError.
 using Parser = std::function<std::vector<Outgoing>(std::string_view)>;
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
@@ -108,7 +108,7 @@ bool reads_standard_input(const SendOptions& options) {
   return !options.signals.empty() && options.signals.back() == standard_input;
 }
 
-/// The first word is the device: where the user forgot it, that is a SIGNAL.
+/// The first word is the device. If the user forgot it, the first word is a SIGNAL.
 void require_device(const std::string& device) {
   const bool is_signal = device == standard_input || device.find('#') != std::string::npos;
   if (is_signal && ::access(device.c_str(), F_OK) != 0) {
@@ -183,7 +183,8 @@ int send_signals(const SendOptions& options) {
   const bool is_replay = !options.replay.empty();
   const std::vector<Outgoing> signals = is_replay ? read_log(options.replay, parse) : read_arguments(options);
 
-  // The writer opens it for itself, and does not say why it cannot.
+  // The library's writer opens the device itself, but it always retries for 60 s and does not say why it cannot open
+  // it. So wait for the device here, as --wait says; this descriptor is closed again before the writer opens its own.
   if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
   Sender sender(options.device, options.port.frame, std::chrono::milliseconds(options.gap), options.port.log_level);
   for (const Outgoing& outgoing : first) sender.send(outgoing);

@@ -18,7 +18,7 @@ namespace {
 
 using ecu::vorn::ipc::IpcSignal;
 
-/// Pauses of years come from a log of a unit whose clock was set: the user should know why nothing happens.
+/// The log of a unit whose clock was set can contain pauses of years: the user should know why nothing happens.
 constexpr std::chrono::seconds long_wait(10);
 
 }  // namespace
@@ -57,8 +57,8 @@ void Sender::wait_for_turn(const Outgoing& outgoing) {
   std::this_thread::sleep_until(turn);
 }
 
-/// The library does not report failed writes, but the last one leaves its error number in errno. After a reopening
-/// errno says nothing: the attempts to open the port set it too.
+/// The library does not report failed writes, but the last one leaves its error number in errno. After the writer has
+/// reopened its port errno says nothing, because the attempts to open it set it too.
 void Sender::transmit_checked(const IpcSignal& signal) {
   was_reopened = false;
   errno = 0;

@@ -9,7 +9,7 @@
 
 namespace keltipc {
 
-/// What is sent, that long after the one before it was due.
+/// A signal to send, `pause` after the signal before it was due.
 struct Outgoing {
   ecu::vorn::ipc::IpcSignal signal;
   std::chrono::microseconds pause{0};
@@ -26,8 +26,8 @@ class Sender {
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
 
-  /// Throws std::runtime_error if the port has gone and did not come back, or the device refused a frame. A warning
-  /// says that a signal without data gives no frame.
+  /// Throws std::runtime_error if the port has gone and did not come back, or the device refused a frame. Warns about
+  /// a signal without data, because no frame is written for it.
   void send(const Outgoing& outgoing);
 
  private:

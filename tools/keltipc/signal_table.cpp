@@ -9,7 +9,7 @@
 namespace keltipc {
 namespace {
 
-/// No terminal is so wide that it shows more.
+/// More than any terminal shows in a line.
 constexpr std::size_t most_bytes = 256;
 
 constexpr const char* head = "      ID     COUNT  RATE/S      LENGTH ST     AGE";

@@ -17,12 +17,11 @@ class SignalTable {
 
   void add(const ecu::vorn::ipc::IpcSignal& signal);
 
-  /// Closes an interval: rates and marks of changed bytes are those between this call and the one before, or since
-  /// the table was made.
+  /// Ends an interval. Rates and changed bytes are those since the last call, or since the table was made.
   void close_interval();
 
-  /// The head line and a line for each identifier, none wider than `width`. The columns that are left show the first
-  /// bytes of the payload, those that changed in reverse video. A width of 0 means: without payloads.
+  /// The head line and a line for each identifier, none wider than `width`. The rest of the width shows the first
+  /// bytes of the payload, those that changed in reverse video. A width of 0 means without payloads, and not cut.
   std::vector<std::string> lines(std::size_t width) const;
 
   /// Signals a second, of all identifiers together, in the last interval.
@@ -39,7 +38,7 @@ class SignalTable {
     Clock::time_point time;
     std::string payload;        ///< the beginning of the last one
     std::string shown;          ///< that of the last interval's end
-    std::vector<bool> changed;  ///< which of its bytes were others an interval before
+    std::vector<bool> changed;  ///< which of its bytes have changed in the last interval
   };
 
   static std::string columns(std::uint32_t id, const Row& row);

@@ -8,7 +8,7 @@
 
 namespace keltipc {
 
-/// Systemd as the tool needs it: states in the manager's own words, and failures that are seen.
+/// Systemd with what the tool adds: states in the manager's own words, and a count of failures.
 class UnitManager : public ecu::vorn::ipc::Systemd {
  public:
   /// From here on the library's ERROR and CRITICAL lines go to standard error and are counted. A line that repeats
@@ -25,7 +25,7 @@ class UnitManager : public ecu::vorn::ipc::Systemd {
   /// A string property of the unit with that object.
   std::string property(const std::string& unit_path, const std::string& name);
 
-  /// False if the manager says that there is no such unit; a unit that cannot be asked for counts as existing.
+  /// False if the manager says that there is no such unit. True if it cannot be asked.
   bool exists(const std::string& unit);
 
   /// Whether the request that has just failed was refused because there is no such unit.

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::seconds refresh(1);
 
-/// With the size that terminals have by tradition where it cannot be asked for.
+/// 80 columns and 24 rows if the terminal does not tell its size.
 winsize terminal_size() {
   winsize size{};
   if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return {24, 80, 0, 0};
@@ -56,10 +56,10 @@ class WatchTable : public ReceivingClient {
   }
 
  private:
-  /// From the top left corner on, each line's rest and the screen's erased.
+  /// Redraws from the top left corner, and erases what is left of each line and of the screen.
   std::string screen() const {
     const winsize size = terminal_size();
-    // One less than there are: a character in the last column would make some terminals wrap.
+    // Without the last column, where a character would make some terminals wrap.
     const std::size_t width = std::max<std::size_t>(size.ws_col, 2) - 1;
     std::vector<std::string> lines = table.lines(width);
     lines.insert(lines.begin(), head(width));

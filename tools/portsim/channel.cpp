@@ -56,7 +56,7 @@ unsigned int Channel::events() const {
   return (queue.is_readable() ? unsigned{POLLIN} : 0U) | (queue.accepts() ? unsigned{POLLOUT} : 0U);
 }
 
-/// Takes in what the queue has room for and hands out what somebody waits for, as long as either is possible.
+/// Pushes waiting messages while the queue has room, and pops messages for waiting readers.
 void Channel::serve() {
   bool answered = false;
   while (serve_one()) answered = true;

@@ -28,7 +28,7 @@ class Channel {
   /// EMSGSIZE for more than a frame; a shorter message goes on as it is.
   void write(Id id, std::string message, bool may_wait, WriteAnswer answer);
 
-  /// Answers what can be answered by now: the queue may have changed by itself.
+  /// Answers waiting requests that can be answered now: a delayed message may have become readable.
   void serve();
 
   /// Ends a waiting request with EINTR. Does nothing if it was answered.

@@ -27,8 +27,8 @@
 #include "port.h"
 #include "stop_signals.h"
 
-// A character device in user space. The kernel hands each read, write and poll over as a request; those that must
-// wait are kept unanswered in the channel, so that one thread serves any number of readers and writers.
+// A character device in user space. The kernel passes each read, write and poll as a request. The channel keeps
+// those that must wait, so that one thread serves any number of readers and writers.
 namespace keltipc {
 namespace {
 
@@ -39,7 +39,7 @@ struct Device {
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
-  /// One handle an open file: the kernel's is the same for each poll of that file.
+  /// Keeps one handle for each open file: all polls of a file wait on the same one in the kernel.
   void watch(std::uint64_t file, fuse_pollhandle* handle) {
     forget(file);
     pollers.emplace(file, handle);
@@ -52,7 +52,7 @@ struct Device {
     pollers.erase(found);
   }
 
-  /// Once is enough: a poll that goes on waiting asks again, and brings a handle again.
+  /// Each handle is used once: a poll that still has to wait sends a new request with a new handle.
   void wake_pollers() {
     for (const auto& [file, handle] : pollers) fuse_lowlevel_notify_poll(handle);
     drop_pollers();
@@ -62,13 +62,13 @@ struct Device {
     for (const auto& [file, handle] : std::exchange(pollers, {})) fuse_pollhandle_destroy(handle);
   }
 
-  /// While the session is still there to take the answers.
+  /// To be called while the session still exists, which the answers need.
   void end() {
     channel.end(ENODEV);
     drop_pollers();
   }
 
-  /// Noted by libfuse's callback, which holds locks; acted on when the request that brought them is dealt with.
+  /// libfuse holds locks while it calls note_interrupt, so the interrupted requests are answered here, afterwards.
   void interrupt_noted() {
     for (const fuse_req_t request : std::exchange(interrupted, {})) channel.interrupt(request);
   }
@@ -154,7 +154,7 @@ Session open_session(const std::string& name, Device& device) {
   return session;
 }
 
-/// What requests are received into: libfuse allocates it, a megabyte, at the first one.
+/// The buffer for requests. libfuse allocates it, a megabyte, for the first one.
 struct Buffer : fuse_buf {
   Buffer() : fuse_buf{} {}
   ~Buffer() { std::free(mem); }
@@ -171,7 +171,7 @@ void handle_request(fuse_session* session, Device& device, Buffer& buffer) {
   device.interrupt_noted();
 }
 
-/// The node: made here if the kernel's device folder does not make it by itself, removed in the end either way.
+/// The device node. Makes it where devtmpfs has not, and removes it in either case.
 class Node {
  public:
   Node(const std::string& name, mode_t mode) : path("/dev/" + name), number(read_number(name)) {
@@ -203,7 +203,7 @@ class Node {
   dev_t number;
 };
 
-/// The kernel refuses a second device of a name, but libfuse does not tell.
+/// The kernel refuses a second device of the same name, but libfuse does not report that.
 void require_free_name(const std::string& name) {
   if (!std::filesystem::exists("/sys/class/cuse/" + name)) return;
   throw std::runtime_error("a device named '" + name + "' exists already");
@@ -246,7 +246,7 @@ void run_cuse_port(const SimulatedPort& port, MessageQueue& queue, const std::fu
   Buffer buffer;
   const Session session = open_session(name, device);
   while (!device.is_set_up) handle_request(session.get(), device, buffer);
-  // A request that is taken back between poll and read must not keep the signals waiting.
+  // If the kernel withdraws a request between poll and read, a blocking read would delay the stop signals.
   ::fcntl(fuse_session_fd(session.get()), F_SETFL, O_NONBLOCK);
   const Node node(name, port.mode);
   std::unique_ptr<Link> link;

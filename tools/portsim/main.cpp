@@ -97,7 +97,7 @@ void run(const Options& options) {
   make_room(options.port.path);
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // The port stays even if the reader of the output has exited.
+  // The port stays when the reader of its --trace goes.
   ::signal(SIGPIPE, SIG_IGN);
   MessageQueue queue(options.queue, std::cout);
   const auto ready = [&](const char* kind) {

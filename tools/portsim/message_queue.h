@@ -15,9 +15,9 @@ struct QueueSettings {
   std::size_t depth = 1024;  ///< how many messages it holds, at least one
   WhenFull when_full = WhenFull::block;
   std::size_t trace = 0;          ///< how many of the first messages are printed
-  std::size_t lose_every = 0;     ///< 5: the fifth message, the tenth, ...
-  std::size_t hang_up_after = 0;  ///< messages
-  unsigned int delay_ms = 0;      ///< for how long a message is kept from its readers
+  std::size_t lose_every = 0;     ///< 5: loses the fifth message, the tenth, ...
+  std::size_t hang_up_after = 0;  ///< after that many messages were read
+  unsigned int delay_ms = 0;      ///< how long a message is kept from its readers
 };
 
 /// What was written to the port and not read yet, one message an element. Keeps count.
@@ -36,12 +36,12 @@ class MessageQueue {
   /// How long it takes until a message becomes readable by itself, as poll(2) takes it: -1 if none will.
   int ms_to_readable() const;
 
-  /// As many messages were popped as the settings allow.
+  /// Whether `hang_up_after` messages were popped.
   bool has_hung_up() const { return settings.hang_up_after != 0 && passed >= settings.hang_up_after; }
 
-  /// Corrects the counts: so many messages were popped and never read.
+  /// Corrects the counts by messages that were popped but never read.
   void take_back(std::size_t popped);
-  /// Corrects the counts: so many messages were written and not pushed yet.
+  /// Corrects the counts by messages that were written but not pushed yet.
   void add_unread(std::size_t written) { unread_elsewhere += written; }
 
   /// "12 messages passed, 4 lost, 0 dropped, 3 not read"

@@ -20,12 +20,12 @@
 #include "stop_signals.h"
 
 // The slave of a pseudo-terminal in raw mode is a character device that stat, open, poll, read and write treat like a
-// port. With VMIN at the frame's size poll reports no less than a whole frame. The relay reads the frames that were
+// port. VMIN is the frame's size, so poll reports whole frames only. The relay reads the frames that were
 // written to the slave at the master, queues them, and writes them back to the master for the slave's readers.
 namespace keltipc {
 namespace {
 
-/// What the line discipline holds of input that nobody has read. A frame must fit in.
+/// How much unread input the line discipline holds. A frame must fit in.
 constexpr std::size_t line_capacity = 4095;
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
@@ -42,7 +42,7 @@ std::string slave_path(const Descriptor& master) {
   return path.data();
 }
 
-/// Held open for as long as the port lives: the master would report a hang-up when the last user closes.
+/// Held open as long as the port exists: otherwise the master would report a hang-up when the last user closes it.
 Descriptor open_slave(const std::string& path, const SimulatedPort& port) {
   Descriptor slave(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   termios settings{};
@@ -56,10 +56,11 @@ Descriptor open_slave(const std::string& path, const SimulatedPort& port) {
 }
 
 /// A writer's frame reaches the master in parts only while the line is full, and the rest follows as soon as it has
-/// room. After a second without any, the writer was cut short, and what it left must not shift the frames to come.
+/// room. After a second without any traffic the writer must have been interrupted: its partial frame is discarded, or
+/// it would shift the frames that follow.
 constexpr std::chrono::milliseconds rest_comes_within(1000);
 
-/// Reads all that a descriptor holds, and counts it.
+/// Reads all that a descriptor holds. Returns the number of bytes.
 std::size_t drain(int fd) {
   std::array<char, 4096> bytes{};
   std::size_t total = 0;
@@ -77,7 +78,7 @@ class Relay {
     return static_cast<short>((queue.accepts() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
   }
 
-  /// At most one frame a call, so that no more is taken off the line than the queue has room for.
+  /// Reads at most one frame a call, because the queue may have room for one only.
   void receive() {
     const std::size_t had = incoming.size();
     incoming.resize(size);
@@ -112,7 +113,7 @@ class Relay {
 
   bool has_hung_up() const { return queue.has_hung_up() && outgoing.empty(); }
 
-  /// What the line still holds, in either direction, was not read by anybody.
+  /// Counts as unread what the line still holds, in either direction.
   void count_unread(int slave) {
     queue.take_back(drain(slave) / size + (outgoing.empty() ? 0 : 1));
     queue.add_unread((incoming.size() + drain(fd)) / size);
@@ -146,7 +147,7 @@ void relay_until_stopped(Relay& relay, int master, int stop) {
   }
 }
 
-/// A hang-up would take the messages along that the line holds. Nothing tells when they are read, so it is asked for.
+/// A hang-up discards the messages that the line holds, so wait until they are read. Only polling can find that out.
 void wait_until_read(int slave, int stop) {
   constexpr int ask_again_ms = 5;
   pollfd unread{slave, POLLIN, 0};
