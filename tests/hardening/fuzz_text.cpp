@@ -1,6 +1,5 @@
 #include <cstdlib>
 
-#include "filter.h"
 #include "input_error.h"
 #include "log_record.h"
 #include "replay.h"

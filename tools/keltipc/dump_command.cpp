@@ -1,15 +1,15 @@
-#include "dump_command.h"
-
 #include <unistd.h>
 
 #include <chrono>
 #include <sstream>
 #include <utility>
 
+#include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "hex.h"
 #include "log_record.h"
+#include "receiving_client.h"
 #include "signal_table.h"
 
 namespace keltipc {
@@ -124,8 +124,8 @@ class Dump : public ReceivingClient {
   explicit Dump(const DumpOptions& dump_options)
       : ReceivingClient(dump_options), options(dump_options), writer(make_line_writer(dump_options, source.device)) {}
 
-  std::optional<Outcome> take(const char* bytes, std::size_t size) override {
-    auto signal = receive(bytes, size);
+  std::optional<Outcome> on_message(const char* bytes, std::size_t size) override {
+    auto signal = signal_from(bytes, size);
     if (signal && options.stats) table.add(*signal);
     if (options.frames) return print_frame();
     return signal ? print(writer.signal_line(std::move(*signal))) : std::nullopt;

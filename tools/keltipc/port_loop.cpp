@@ -14,7 +14,7 @@
 #include "escape.h"
 #include "exit_status.h"
 #include "ipc/utils.h"
-#include "open_device.h"
+#include "port_setup.h"
 #include "say.h"
 #include "stop_request.h"
 
@@ -86,7 +86,7 @@ std::optional<Outcome> PortLoop::turn() {
   if (ready < 0 && errno != EINTR) return Outcome{exit_failed, std::string("poll: ") + std::strerror(errno)};
   if (sources[1].revents != 0) return Outcome{exit_done, {}, true};
   if (sources[0].revents != 0) {
-    if (auto outcome = receive((sources[0].revents & hang_up) != 0)) return outcome;
+    if (auto outcome = read_message((sources[0].revents & hang_up) != 0)) return outcome;
   }
   if (PortClient::Clock::now() >= client.due()) {
     if (auto outcome = client.on_time()) return outcome;
@@ -100,9 +100,9 @@ int PortLoop::time_to_wait() const {
   return static_cast<int>(std::clamp(to_due, milliseconds(0), device ? between_looks : between_attempts).count());
 }
 
-std::optional<Outcome> PortLoop::receive(bool has_hung_up) {
+std::optional<Outcome> PortLoop::read_message(bool has_hung_up) {
   const ssize_t got = ::read(device->get(), message.data(), message.size());
-  if (got > 0) return client.take(message.data(), static_cast<std::size_t>(got));
+  if (got > 0) return client.on_message(message.data(), static_cast<std::size_t>(got));
   if (got == 0) return lose("has hung up");
   // Another reader may have been faster.
   if ((errno == EAGAIN && !has_hung_up) || errno == EINTR) return std::nullopt;

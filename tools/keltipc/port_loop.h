@@ -29,7 +29,7 @@ class PortClient {
   virtual ~PortClient() = default;
 
   /// What one read(2) gave: a frame, or less.
-  virtual std::optional<Outcome> take(const char* bytes, std::size_t size) = 0;
+  virtual std::optional<Outcome> on_message(const char* bytes, std::size_t size) = 0;
 
   /// When `on_time` is to be called next.
   virtual Clock::time_point due() const = 0;
@@ -57,7 +57,7 @@ class PortLoop {
  private:
   std::optional<Outcome> turn();
   int time_to_wait() const;
-  std::optional<Outcome> receive(bool has_hung_up);
+  std::optional<Outcome> read_message(bool has_hung_up);
   std::optional<Outcome> look_at_node();
   std::optional<Outcome> lose(const std::string& reason);
   void reopen();

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "exit_status.h"
-#include "open_device.h"
+#include "port_setup.h"
 #include "say.h"
 #include "signal_text.h"
 #include "stop_request.h"
@@ -19,7 +19,7 @@ ReceivingClient::ReceivingClient(const ReceiveOptions& options)
       receive_options(options),
       device(open_device(source.device, O_RDONLY, options.port.wait)) {}
 
-std::optional<ecu::vorn::ipc::IpcSignal> ReceivingClient::receive(const char* bytes, std::size_t size) {
+std::optional<ecu::vorn::ipc::IpcSignal> ReceivingClient::signal_from(const char* bytes, std::size_t size) {
   auto signal = reception.take(bytes, size);
   if (signal && !passes_filters(signal->signal_id, signal->status)) signal.reset();
   return signal;

@@ -3,20 +3,12 @@
 #include <optional>
 #include <string>
 
-#include "filter.h"
+#include "commands.h"
 #include "port_loop.h"
-#include "port_options.h"
 #include "reception.h"
+#include "signal_text.h"
 
 namespace keltipc {
-
-/// What `dump` and `watch` have in common.
-struct ReceiveOptions {
-  PortOptions port;
-  std::string source;
-  std::string frame_start = "0";
-  bool follow = false;
-};
 
 /// Puts frames together and filters the signals; says at the end what came.
 class ReceivingClient : public PortClient {
@@ -24,14 +16,14 @@ class ReceivingClient : public PortClient {
   /// Opens the port, or waits for it: what a derived class measures begins after that. Throws InputError.
   explicit ReceivingClient(const ReceiveOptions& options);
 
-  /// Reads the port until something ends that; gives the exit status. To be called once.
+  /// Reads the port until something ends that. Returns the exit status. To be called once.
   int run();
 
   void on_loss() override { reception.restart(); }
 
  protected:
   /// The signal that this message completes, if it passes the filters.
-  std::optional<ecu::vorn::ipc::IpcSignal> receive(const char* bytes, std::size_t size);
+  std::optional<ecu::vorn::ipc::IpcSignal> signal_from(const char* bytes, std::size_t size);
   bool passes_filters(std::uint32_t id, std::uint8_t status) const { return passes(source.filters, id, status); }
 
   /// The lines for standard error after the end.

@@ -6,7 +6,7 @@
 #include "escape.h"
 #include "hex.h"
 #include "ipc/signal_processor.h"
-#include "port_options.h"
+#include "port_setup.h"
 #include "signal_text.h"
 
 namespace keltipc {

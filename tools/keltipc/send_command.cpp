@@ -1,5 +1,3 @@
-#include "send_command.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,10 +10,11 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "commands.h"
 #include "exit_status.h"
 #include "hex.h"
 #include "input_error.h"
-#include "open_device.h"
+#include "port_setup.h"
 #include "replay.h"
 #include "say.h"
 #include "sender.h"

@@ -10,7 +10,7 @@
 #include "escape.h"
 #include "hex.h"
 #include "ipc/queue_port_writer.h"
-#include "port_options.h"
+#include "port_setup.h"
 #include "say.h"
 
 namespace keltipc {

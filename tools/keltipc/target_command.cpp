@@ -1,9 +1,8 @@
-#include "target_command.h"
-
 #include <unistd.h>
 
 #include <iostream>
 
+#include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"

@@ -1,10 +1,9 @@
-#include "unit_command.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <stdexcept>
 
+#include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "job_monitor.h"

@@ -1,6 +1,8 @@
 #include "unit_manager.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 
 #include "logging/logging.h"
@@ -13,6 +15,11 @@ namespace logging = ecu::vorn::logging;
 
 constexpr int error_level = 3;
 const std::string manager = "org.freedesktop.systemd1";
+
+constexpr std::size_t longest_name = 255;
+constexpr std::string_view name_characters = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ:-_.\\@";
+constexpr std::string_view suffixes[] = {".service", ".socket", ".target", ".device", ".mount", ".automount",
+                                         ".swap",    ".timer",  ".path",   ".slice",  ".scope"};
 
 /// Whether the line reports that D-Bus error:
 /// "Call to StopUnit 'a.service' failed: org.freedesktop.DBus.Error.AccessDenied: Permission denied"
@@ -60,7 +67,25 @@ bool has_suffix(std::string_view unit, std::string_view suffix) {
   return unit.size() >= suffix.size() && unit.substr(unit.size() - suffix.size()) == suffix;
 }
 
+std::string service_unit(const std::string& name) {
+  const bool is_whole = std::any_of(std::begin(suffixes), std::end(suffixes),
+                                    [&name](std::string_view suffix) { return has_suffix(name, suffix); });
+  return is_whole ? name : name + ".service";
+}
+
 std::string target_unit(const std::string& name) { return has_suffix(name, ".target") ? name : name + ".target"; }
+
+std::string unit_name_fault(const std::string& unit) {
+  const std::string stem = unit.substr(0, unit.rfind('.'));
+  if (unit.size() > longest_name) return "a unit's name has up to 255 characters";
+  if (stem.empty() || stem.front() == '@' || stem.find_first_not_of(name_characters) != std::string::npos) {
+    return "not a unit's name, which has letters, digits and :-_.\\@ alone (see systemd-escape(1))";
+  }
+  if (stem.find('@') == stem.size() - 1) {
+    return "a template: name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
+  }
+  return {};
+}
 
 void print_answer(bool json, const nlohmann::ordered_json& answer) {
   std::cout << (json ? answer.dump() : answer.back().get<std::string>()) << std::endl;

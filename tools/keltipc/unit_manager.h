@@ -43,8 +43,14 @@ class UnitManager : public ecu::vorn::ipc::Systemd {
 /// has_suffix("radio.service", ".service")
 bool has_suffix(std::string_view unit, std::string_view suffix);
 
+/// "radio" -> "radio.service"; "radio.socket" as it is
+std::string service_unit(const std::string& name);
+
 /// "multi-user" -> "multi-user.target"; "multi-user.target" as it is
 std::string target_unit(const std::string& name);
+
+/// What is wrong with the full name of a unit; empty if the manager can load a unit of that name.
+std::string unit_name_fault(const std::string& unit);
 
 /// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
 void print_answer(bool json, const nlohmann::ordered_json& answer);

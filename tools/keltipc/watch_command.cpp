@@ -6,10 +6,11 @@
 #include <csignal>
 #include <cstdio>
 
-#include "dump_command.h"
+#include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"
+#include "receiving_client.h"
 #include "signal_table.h"
 
 namespace keltipc {
@@ -37,8 +38,8 @@ class WatchTable : public ReceivingClient {
  public:
   using ReceivingClient::ReceivingClient;
 
-  std::optional<Outcome> take(const char* bytes, std::size_t size) override {
-    if (const auto signal = receive(bytes, size)) table.add(*signal);
+  std::optional<Outcome> on_message(const char* bytes, std::size_t size) override {
+    if (const auto signal = signal_from(bytes, size)) table.add(*signal);
     return std::nullopt;
   }
 

@@ -1,4 +1,4 @@
-#include "open_device.h"
+#include "port_setup.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,9 +7,11 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "escape.h"
 #include "input_error.h"
+#include "logging/logging.h"
 #include "say.h"
 
 namespace keltipc {
@@ -49,6 +51,19 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
     said = error;
     std::this_thread::sleep_for(look_again);
   }
+}
+
+void set_up_logging(int log_level, std::function<void(int level)> on_line) {
+  namespace logging = ecu::vorn::logging;
+  logging::set_log_level(log_level);
+  // The level alone does not hold back warnings and what is above them.
+  logging::set_sink(
+      [log_level, on_line = std::move(on_line)](int level, const std::string& module, const std::string& text) {
+        const int saved = errno;
+        on_line(level);
+        if (level <= log_level) logging::stderr_sink(level, module, text);
+        errno = saved;
+      });
 }
 
 }  // namespace keltipc

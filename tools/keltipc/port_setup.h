@@ -1,38 +1,27 @@
 #pragma once
 
-#include <cerrno>
 #include <cstddef>
 #include <functional>
 #include <string>
 #include <type_traits>
-#include <utility>
 
-#include "logging/logging.h"
+#include "descriptor.h"
 
+// What each command does before it uses a port.
 namespace keltipc {
 
-/// What `send` and `dump` have in common.
-struct PortOptions {
-  unsigned int frame = 16;
-  unsigned int wait = 60;
-  int log_level = 3;
-};
+/// Opens a character device, non-blocking, for O_RDONLY or O_WRONLY. While that fails it says why on standard error
+/// and tries again, for that many seconds; then the descriptor is empty. Throws InputError for a path that is
+/// something else.
+Descriptor open_device(const std::string& device, int access, unsigned int seconds);
+
+/// One attempt. `errno` says why the descriptor is empty.
+Descriptor try_to_open_device(const std::string& device, int access);
 
 /// The library's lines of this level and the more urgent ones go to standard error, no others. `on_line` is called
 /// with the level of each line, shown or not. Lines leave errno as it is.
-inline void set_up_logging(
-    int log_level, std::function<void(int level)> on_line = [](int) {}) {
-  namespace logging = ecu::vorn::logging;
-  logging::set_log_level(log_level);
-  // The level alone does not hold back warnings and what is above them.
-  logging::set_sink(
-      [log_level, on_line = std::move(on_line)](int level, const std::string& module, const std::string& text) {
-        const int saved = errno;
-        on_line(level);
-        if (level <= log_level) logging::stderr_sink(level, module, text);
-        errno = saved;
-      });
-}
+void set_up_logging(
+    int log_level, std::function<void(int level)> on_line = [](int) {});
 
 /// Calls `action` with the payload size, as a compile-time constant, of frames of that size.
 template <typename Action>

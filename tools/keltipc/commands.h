@@ -1,0 +1,92 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ipc/systemd.h"
+
+// The commands, and the options that the command line sets for them. Each command returns the exit status.
+namespace keltipc {
+
+/// What `send`, `dump` and `watch` have in common.
+struct PortOptions {
+  unsigned int frame = 16;
+  unsigned int wait = 60;
+  int log_level = 3;
+};
+
+struct SendOptions {
+  PortOptions port;
+  std::string device;
+  std::vector<std::string> signals;
+  std::string replay;
+  std::string frame_start;
+  bool no_timing = false;
+  double speed = 1;
+  unsigned int repeat = 1;
+  unsigned int gap = 0;
+};
+
+/// Checks what the command line and the files that it names ask for, then sends it; lines of standard input are sent
+/// as they come. Throws InputError before the first signal is sent, std::runtime_error after.
+int send_signals(const SendOptions& options);
+
+/// What `dump` and `watch` have in common.
+struct ReceiveOptions {
+  PortOptions port;
+  std::string source;
+  std::string frame_start = "0";
+  bool follow = false;
+};
+
+struct DumpOptions : ReceiveOptions {
+  std::string time;
+  unsigned int count = 0;
+  unsigned int idle = 0;
+  bool frames = false;
+  bool json = false;
+  bool log = false;
+  bool stats = false;
+};
+
+/// Prints what the port receives until something ends it.
+int dump_signals(const DumpOptions& options);
+
+/// Shows a table of the signals that the port receives, until something ends it.
+int watch_signals(const ReceiveOptions& options);
+
+struct UnitOptions {
+  std::vector<std::string> units;
+  bool json = false;
+  bool wait = false;
+  unsigned int timeout = 90;
+};
+
+struct UnitAction {
+  bool (ecu::vorn::ipc::Systemd::*request)(const std::string&);
+  const char* participle;  ///< "started"
+};
+
+// Each returns the worst status of all units: 1, 124, 4, 3, 0.
+
+int print_active_states(const UnitOptions& options);
+int print_install_states(const UnitOptions& options);
+
+/// Queues a job for each unit, also after one was refused; then, with `wait`, waits until all of them have ended.
+int control_units(const UnitOptions& options, const UnitAction& action);
+
+struct TargetOptions {
+  std::string target;
+  bool json = false;
+  bool yes = false;
+  bool all = false;
+};
+
+int print_target_active(const TargetOptions& options);
+int isolate_target(const TargetOptions& options);
+int print_target_services(const TargetOptions& options);
+int start_target_services(const TargetOptions& options);
+int stop_target_services(const TargetOptions& options);
+int print_target_stopped(const TargetOptions& options);
+
+}  // namespace keltipc
