@@ -79,7 +79,8 @@ class InputLines {
       if (line.back() == '\n' || last_line == LastLine::may_lack_its_end) return true;
       say("warning: " + name + ", line " + std::to_string(number) + ": cut off (no line end), not sent");
     }
-    if (std::ferror(file) != 0) throw InputError(name + " cannot be read: " + std::strerror(errno));
+    // Not ferror(3), which says nothing of a line that is too long for the memory.
+    if (std::feof(file) == 0) throw InputError(name + " cannot be read: " + std::strerror(errno));
     return false;
   }
 
@@ -134,7 +135,7 @@ Parser make_parser(const SendOptions& options) {
 }
 
 /// The start frame that goes before the SIGNALs, if one is asked for.
-std::vector<Outgoing> opening(const SendOptions& options) {
+std::vector<Outgoing> opening_frame(const SendOptions& options) {
   if (!options.replay.empty() || options.frame_start.empty()) return {};
   return {{start_signal(parse_named(parse_frame_start, options.frame_start)), {}, true}};
 }
@@ -178,7 +179,7 @@ int send_signals(const SendOptions& options) {
   require_device(options.device);
   require_something_to_send(options);
   const Parser parse = make_parser(options);
-  const std::vector<Outgoing> first = opening(options);
+  const std::vector<Outgoing> opening = opening_frame(options);
   const bool is_replay = !options.replay.empty();
   const std::vector<Outgoing> signals = is_replay ? read_log(options.replay, parse) : read_arguments(options);
 
@@ -186,7 +187,7 @@ int send_signals(const SendOptions& options) {
   // it. So wait for the device here, as --wait says; this descriptor is closed again before the writer opens its own.
   if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
   Sender sender(options.device, options.port.frame, std::chrono::milliseconds(options.gap), options.port.log_level);
-  for (const Outgoing& outgoing : first) sender.send(outgoing);
+  for (const Outgoing& outgoing : opening) sender.send(outgoing);
   for (unsigned int round = 0; round < options.repeat; ++round) {
     for (const Outgoing& outgoing : signals) sender.send(outgoing);
   }
