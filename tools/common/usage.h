@@ -20,7 +20,7 @@ inline const CLI::App& chosen_command(const CLI::App& app) {
 inline std::string help_hint(const CLI::App& command) {
   std::string path = command.get_name();
   for (const CLI::App* parent = command.get_parent(); parent != nullptr; parent = parent->get_parent()) {
-    path = parent->get_name() + " " + path;
+    path.insert(0, parent->get_name() + " ");
   }
   return "; see '" + path + " --help'";
 }

@@ -46,8 +46,10 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
     const bool is_late = steady_clock::now() >= deadline;
     const std::string for_how_long = is_late ? "" : "; trying for " + std::to_string(seconds) + " s";
     if (error != said) say(why_not(device, error) + for_how_long);
-    if (is_late && seconds != 0) say("gave up on " + quote(device) + " after " + std::to_string(seconds) + " s");
-    if (is_late) return Descriptor(-1);
+    if (is_late) {
+      if (seconds != 0) say("gave up on " + quote(device) + " after " + std::to_string(seconds) + " s");
+      return Descriptor(-1);
+    }
     said = error;
     std::this_thread::sleep_for(look_again);
   }
