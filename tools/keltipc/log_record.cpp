@@ -64,7 +64,7 @@ LogRecord parse_text_record(std::string_view line) {
   LogRecord record{};
   record.time = time_stamp(take_until(line, ") ", form));
   const auto device = unescape_word(take_until(line, " ", form));
-  if (!device) throw InputError("a backslash in the device that does not begin \\xHH");
+  if (!device) throw InputError("invalid escape in the device: a backslash must begin \\xHH");
   record.device = *device;
   const std::string_view id = take_until(line, ":", form);
   record.signal.status = static_cast<std::uint8_t>(parse_hex_field(take_until(line, ":", form), 0xF, "status"));

@@ -121,7 +121,7 @@ void require_something_to_send(const SendOptions& options) {
     throw InputError("nothing to send: give a SIGNAL, -, --frame-start or --replay");
   }
   if (options.repeat != 1 && reads_standard_input(options)) {
-    throw InputError("--repeat cannot read standard input again");
+    throw InputError("--repeat needs a SIGNAL or a FILE: standard input can be read only once");
   }
 }
 

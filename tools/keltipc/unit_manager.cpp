@@ -77,9 +77,9 @@ std::string target_unit(const std::string& name) { return has_suffix(name, ".tar
 
 std::string unit_name_fault(const std::string& unit) {
   const std::string stem = unit.substr(0, unit.rfind('.'));
-  if (unit.size() > longest_name) return "a unit's name has up to 255 characters";
+  if (unit.size() > longest_name) return "too long: a unit name has at most 255 characters";
   if (stem.empty() || stem.front() == '@' || stem.find_first_not_of(name_characters) != std::string::npos) {
-    return "not a unit's name, which has letters, digits and :-_.\\@ alone (see systemd-escape(1))";
+    return "not a unit name: only letters, digits and :-_.\\@ are allowed (see systemd-escape(1))";
   }
   if (stem.find('@') == stem.size() - 1) {
     return "a template: name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
@@ -89,7 +89,7 @@ std::string unit_name_fault(const std::string& unit) {
 
 void print_answer(bool json, const nlohmann::ordered_json& answer) {
   std::cout << (json ? answer.dump() : answer.back().get<std::string>()) << std::endl;
-  if (!std::cout) throw std::runtime_error("standard output cannot be written to");
+  if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
 }  // namespace keltipc
