@@ -69,7 +69,7 @@ CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, 
 
 void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
   CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
-  command.add_option("--timeout", options.timeout, "How long --wait waits; then status 124")
+  command.add_option("--timeout", options.timeout, "How long --wait waits; after that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->option_text("SECONDS=" + std::to_string(options.timeout))
@@ -83,7 +83,8 @@ void add_json(CLI::App& command, bool& json) {
 }  // namespace
 
 void add_unit(CLI::App& app, std::function<int()>& run) {
-  CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
+  CLI::App* const group = app.add_subcommand(
+      "unit", "Query and control systemd units. Without --wait,\nstart and stop mean queued, not done.");
   group->require_subcommand(1);
   group->footer(unit_help);
   const auto options = std::make_shared<UnitOptions>();
@@ -91,6 +92,7 @@ void add_unit(CLI::App& app, std::function<int()>& run) {
   const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
     add_json(*command, options->json);
+    command->footer(unit_query_help);
     command->callback([=, &run] { run = [=] { return query(*options); }; });
   };
   add_query("state", "Print active, inactive, activating, failed, ...", print_active_states);
@@ -110,7 +112,7 @@ void add_unit(CLI::App& app, std::function<int()>& run) {
 }
 
 void add_target(CLI::App& app, std::function<int()>& run) {
-  CLI::App* const group = app.add_subcommand("target", "Query and switch targets, control their services");
+  CLI::App* const group = app.add_subcommand("target", "Query and isolate targets, control their services");
   group->require_subcommand(1);
   group->footer(target_help);
   const auto options = std::make_shared<TargetOptions>();
@@ -125,7 +127,7 @@ void add_target(CLI::App& app, std::function<int()>& run) {
     return command;
   };
   add("active", "Print whether it is active or activating", print_target_active);
-  add("isolate", "Start it and stop all that it does not need", isolate_target)
+  add("isolate", "Start it, and stop all units that it does not need;\nasks first", isolate_target)
       ->add_flag("--yes", options->yes, "Do not ask");
   add("services", "List the services that it wants", print_target_services)
       ->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
