@@ -35,7 +35,8 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  command.add_option("--wait", options.wait, "Retry that long to open the device; then\nstatus 124")
+  command
+      .add_option("--wait", options.wait, "Retry that long if the device cannot be opened;\nafter that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->capture_default_str();
@@ -73,7 +74,8 @@ void declare_send(CLI::App& command, SendOptions& options) {
       command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE, or - for standard input")->option_text("...");
   command
       .add_option("--frame-start", options.frame_start,
-                  "Send a start frame first, such as 0=1: hexadecimal,\nup to 28 and 64 bits. With --replay: ID only")
+                  "Send a start frame first, such as 0=1: hexadecimal\nnumbers of up to 28 and 64 bits. With "
+                  "--replay: ID\nonly")
       ->type_name("ID=STAMP")
       ->check(not_empty("no identifier is given"));
   add_port_options(command, options.port);
@@ -107,8 +109,7 @@ void add_receive_options(CLI::App& command, ReceiveOptions& options) {
 void add_source(CLI::App& command, ReceiveOptions& options) {
   command
       .add_option("DEVICE", options.source,
-                  "The port's device, which nothing else may read\n(see below). Filters may "
-                  "follow:\nDEVICE[,ID:MASK][,ID~MASK]...")
+                  "The port's device. Filters may follow, see below:\nDEVICE[,ID:MASK][,ID~MASK]...")
       ->required()
       ->option_text(" ");
 }
@@ -134,7 +135,7 @@ void add_form_options(CLI::App& command, DumpOptions& options) {
       ->excludes(time, json);
   command.add_flag("--frames", options.frames,
                    "Each frame instead of each signal, with a mark\nwhere something is wrong");
-  command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on standard\nerror");
+  command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on\nstandard error");
 }
 
 void add_end_options(CLI::App& command, DumpOptions& options) {

@@ -50,8 +50,9 @@ are written \xHH.
 
 Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
 status:
-  /dev/qp0,5:f,10:ff    only signals that match one of these under its mask
-  /dev/qp0,100~7f0      no signal that matches this one under its mask
+  /dev/qp0,5:f,10:ff    only signals that match 5 under the mask f, or 10
+                        under ff
+  /dev/qp0,100~7f0      no signal that matches 100 under the mask 7f0
 Everything after the first comma is a filter. If the path contains a comma, use
 a symbolic link.
 

@@ -127,7 +127,7 @@ void add_target(CLI::App& app, std::function<int()>& run) {
     return command;
   };
   add("active", "Print whether it is active or activating", print_target_active);
-  add("isolate", "Start it, and stop all units that it does not need;\nasks first", isolate_target)
+  add("isolate", "Start it, and stop all units that it does not\nneed; asks first", isolate_target)
       ->add_flag("--yes", options->yes, "Do not ask");
   add("services", "List the services that it wants", print_target_services)
       ->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
