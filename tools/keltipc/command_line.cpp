@@ -34,7 +34,8 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  command.add_option("--wait", options.wait, "Retry that long to open the device; then\nstatus 124")
+  command
+      .add_option("--wait", options.wait, "Retry that long if the device cannot be opened;\nafter that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->capture_default_str();
@@ -72,15 +73,16 @@ void declare_send(CLI::App& command, SendOptions& options) {
       command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE, or - for standard input")->option_text("...");
   command
       .add_option("--frame-start", options.frame_start,
-                  "Open a sampling frame first: both hexadecimal, up\nto 28 and 64 bits. With --replay: ID alone")
+                  "Send a start frame first, such as 0=1: hexadecimal\nnumbers of up to 28 and 64 bits. With "
+                  "--replay: ID\nonly")
       ->type_name("ID=STAMP")
       ->check(not_empty("no identifier is given"));
   add_port_options(command, options.port);
-  command.add_option("--gap", options.gap, "Least time between two signals")
+  command.add_option("--gap", options.gap, "Wait at least that long between two signals")
       ->transform(whole_number(0, 1'000'000'000))
       ->type_name("MS")
       ->group("Pace");
-  command.add_option("--repeat", options.repeat, "Send all signals that many times")
+  command.add_option("--repeat", options.repeat, "Send all signals COUNT times")
       ->transform(whole_number(1))
       ->type_name("COUNT")
       ->group("Pace");
@@ -95,21 +97,20 @@ std::string check_time_form(const std::string& text) {
 /// What `dump` and `watch` have in common: the port.
 void add_receive_options(CLI::App& command, ReceiveOptions& options) {
   command.option_defaults()->group("The port");
-  add_port_options(command, options.port);
   command
       .add_option("--frame-start", options.frame_start,
                   "Identifier of the start frames, which open\nsampling frames: hexadecimal, up to 28 bits")
       ->type_name("ID")
       ->capture_default_str();
+  add_port_options(command, options.port);
 }
 
 void add_source(CLI::App& command, ReceiveOptions& options) {
   command
       .add_option("DEVICE", options.source,
-                  "The port's device, which nothing else may read\n(see below). Filters may "
-                  "follow:\nDEVICE[,ID:MASK][,ID~MASK]...")
+                  "The port's device. Filters may follow, see below:\nDEVICE[,ID:MASK][,ID~MASK]...")
       ->required()
-      ->type_name("");
+      ->option_text(" ");
 }
 
 void declare_watch(CLI::App& command, ReceiveOptions& options) {
@@ -120,34 +121,36 @@ void declare_watch(CLI::App& command, ReceiveOptions& options) {
 
 void add_form_options(CLI::App& command, DumpOptions& options) {
   command.option_defaults()->group("What is printed");
-  const auto json = command.add_flag("--json", options.json, "JSON, an object a line");
+  const auto json = command.add_flag("--json", options.json, "JSON, one object a line")->option_text(" ");
   const auto time =
       command
           .add_option("-t", options.time,
                       "Times in UTC (a), since the last line (d) or since\nthe start (z). On a terminal: a")
           ->check(CLI::Validator(check_time_form, ""))
-          ->type_name("a|d|z")
+          ->option_text("a|d|z")
           ->excludes(json);
-  command.add_flag("--log", options.log, "Log lines, and payloads whole, on a terminal too")->excludes(time, json);
+  command.add_flag("--log", options.log, "Log lines with whole payloads, on a terminal too")
+      ->option_text(" ")
+      ->excludes(time, json);
   command.add_flag("--frames", options.frames,
-                   "Each frame, with a mark where something is wrong,\ninstead of each signal");
-  command.add_flag("--stats", options.stats, "A table of the identifiers at the end, on standard\nerror");
+                   "Each frame instead of each signal, with a mark\nwhere something is wrong");
+  command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on\nstandard error");
 }
 
 void add_end_options(CLI::App& command, DumpOptions& options) {
   command.option_defaults()->group("When it ends");
-  command.add_option("-n", options.count, "After that many lines")->transform(whole_number(1))->type_name("COUNT");
-  command.add_option("--idle", options.idle, "When no line was printed for that long")
+  command.add_option("-n", options.count, "End after COUNT lines")->transform(whole_number(1))->type_name("COUNT");
+  command.add_option("--idle", options.idle, "End when no line was printed for that long")
       ->transform(whole_number(1, 1'000'000'000))
       ->type_name("MS");
-  command.add_flag("--follow", options.follow, "Not when the port goes: wait until it comes back");
+  command.add_flag("--follow", options.follow, "When the port goes, wait until it comes back");
 }
 
 void declare_dump(CLI::App& command, DumpOptions& options) {
   add_source(command, options);
+  add_receive_options(command, options);
   add_form_options(command, options);
   add_end_options(command, options);
-  add_receive_options(command, options);
   command.footer(dump_help);
 }
 
@@ -188,7 +191,7 @@ CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, 
 
 void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
   CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
-  command.add_option("--timeout", options.timeout, "How long --wait waits; then status 124")
+  command.add_option("--timeout", options.timeout, "How long --wait waits; after that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->option_text("SECONDS=" + std::to_string(options.timeout))
@@ -200,7 +203,8 @@ void add_json(CLI::App& command, bool& json) {
 }
 
 void add_unit(CLI::App& app, Run& run) {
-  CLI::App* const group = app.add_subcommand("unit", "Query and control systemd units");
+  CLI::App* const group = app.add_subcommand(
+      "unit", "Query and control systemd units. Without --wait,\nstart and stop mean queued, not done.");
   group->require_subcommand(1);
   group->footer(unit_help);
   const auto options = std::make_shared<UnitOptions>();
@@ -208,6 +212,7 @@ void add_unit(CLI::App& app, Run& run) {
   const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
     add_json(*command, options->json);
+    command->footer(unit_query_help);
     command->callback([=, &run] { run = [=] { return query(*options); }; });
   };
   add_query("state", "Print active, inactive, activating, failed, ...", print_active_states);
@@ -227,7 +232,7 @@ void add_unit(CLI::App& app, Run& run) {
 }
 
 void add_target(CLI::App& app, Run& run) {
-  CLI::App* const group = app.add_subcommand("target", "Query and switch targets, control their services");
+  CLI::App* const group = app.add_subcommand("target", "Query and isolate targets, control their services");
   group->require_subcommand(1);
   group->footer(target_help);
   const auto options = std::make_shared<TargetOptions>();
@@ -242,7 +247,7 @@ void add_target(CLI::App& app, Run& run) {
     return command;
   };
   add("active", "Print whether it is active or activating", print_target_active);
-  add("isolate", "Start it and stop all that it does not need", isolate_target)
+  add("isolate", "Start it, and stop all units that it does not\nneed; asks first", isolate_target)
       ->add_flag("--yes", options->yes, "Do not ask");
   add("services", "List the services that it wants", print_target_services)
       ->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
@@ -265,12 +270,18 @@ int run_tool(int argc, char** argv) {
   app.require_subcommand(1);
 
   Run run;
-  add_command(app, run, "send", "Send signals to a queuing port", declare_send, send_signals);
-  add_command(app, run, "dump", "Print the signals that a queuing port receives", declare_dump, dump_signals);
-  add_command(app, run, "watch", "Show a table of the signals that a queuing port receives", declare_watch,
+  add_command(
+      app, run, "send",
+      "Send signals to a queuing port. Begin with a start\nframe: receivers drop everything before the first.",
+      declare_send, send_signals);
+  add_command(app, run, "dump", "Print the signals that a queuing port receives.\nOnly one process may read a port.",
+              declare_dump, dump_signals);
+  add_command(app, run, "watch",
+              "Show a table of the signals that a port receives.\nOnly one process may read a port.", declare_watch,
               watch_signals);
   add_unit(app, run);
   add_target(app, run);
+  app.footer(tool_help);
   keep_arguments_behind_dashes(*app.get_subcommand("unit"), argc, argv);
   add_help(app, "keltipc " KELTIPC_VERSION);
 

@@ -3,9 +3,13 @@
 // What --help says below the options.
 namespace keltipc {
 
+constexpr const char* tool_help =
+    R"('keltipc COMMAND --help' and, for unit and target, 'keltipc unit start --help'
+and so on have the options. The manual is keltipc(1).)";
+
 constexpr const char* send_help =
     R"(A receiver drops everything before the first start frame: begin with
---frame-start 0=1 unless something else opens sampling frames on the port.
+--frame-start 0=1 unless something else sends start frames on the port.
 
 SIGNAL is ID#HEX, both hexadecimal, without 0x:
   5a#0aff               identifier 5a, bytes 0a ff; up to 65535 bytes
@@ -15,37 +19,42 @@ SIGNAL is ID#HEX, both hexadecimal, without 0x:
   -                     lines of standard input, sent as they come: a SIGNAL, or
                         'start ID=STAMP' for a start frame; # begins a comment
 
---replay takes the log lines and the JSON of 'keltipc dump', from any device. A
-start frame (identifier 0, or that of --frame-start ID) goes before the first
-signal and whenever the stamp changes. A FILE is checked whole before the first
-signal is sent; lines of standard input are sent as they come:
+--replay takes what 'keltipc dump' printed, log lines or JSON, from any device.
+It sends the start frames too, with identifier 0 or that of --frame-start ID. A
+FILE is checked whole before anything is sent; standard input is sent line by
+line:
   keltipc dump A | keltipc send B --replay - --no-timing
+
+If the device goes, send waits up to 60 s for it to come back, whatever --wait
+says.
 
 Status 0 means handed to the device; nothing tells whether anybody received it.
 1: the device refused a frame or has gone, or a bad line came on standard input;
-2: refused before anything was sent; 124: the device did not appear.)";
+2: usage, nothing was sent; 124: the device could not be opened.)";
 
 constexpr const char* dump_help =
     R"(A port has one reader. A second one takes messages away from the first, and
 both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
 
+Nothing is printed before the first start frame. At the end, standard error says
+what came, and what was lost or wrong. No signals, or wrong ones? Look at the
+frames with --frames, and check --frame and --frame-start.
+
 One line a signal, written at once. Numbers are hexadecimal. On a terminal, or
-with -t: the time and ID: STATUS, SAMPLINGFRAME { BYTES }; a terminal shows 64
-bytes at most. Elsewhere the log line that 'keltipc send --replay' takes back:
-  (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX
+with -t: the time and ID: STATUS, STAMP { BYTES }, where STAMP is that of the
+last start frame; a terminal shows 64 bytes at most. Elsewhere the log line that
+'keltipc send --replay' takes back:
+  (SECONDS.MICROS) DEVICE ID:STATUS:STAMP#HEX
 In DEVICE, blanks, backslashes, control characters and bytes that are not UTF-8
 are written \xHH.
 
 Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
 status:
-  /dev/qp0,5:f,10:ff    only signals that match one of these under its mask
-  /dev/qp0,100~7f0      and none that matches one of these
+  /dev/qp0,5:f,10:ff    only signals that match 5 under the mask f, or 10
+                        under ff
+  /dev/qp0,100~7f0      no signal that matches 100 under the mask 7f0
 Everything after the first comma is a filter. If the path contains a comma, use
 a symbolic link.
-
-Nothing is printed before the first start frame. At the end, standard error says
-what came, and what was lost or wrong. After a lost, repeated or mixed-up frame
-the signals up to the next start frame are doubtful.
 
 SIGINT, SIGTERM and SIGHUP end it at once.
 Status: 0 done; 1 failed, or the port has gone; 2 usage; 124 the device could
@@ -55,23 +64,29 @@ constexpr const char* watch_help =
     R"(A port has one reader. A second one takes messages away from the first, and
 both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
 
-A line an identifier, drawn once a second: count, signals a second, shortest and
+A row an identifier, drawn once a second: count, signals a second, shortest and
 longest length, last status, time since the last signal, and the first bytes of
-its payload, those that changed since the last second in reverse video. The head
-line has the frames, and what was lost or wrong. Ctrl+C ends it.
+its payload. Bytes that changed within the last second are in reverse video. The
+head line has the frames, and what was lost or wrong. Ctrl+C ends it and leaves
+the last table.
 
-Filters, --frame-start and the exit status are those of 'keltipc dump'. Standard
-output must be a terminal.)";
+Filters and the exit status are those of 'keltipc dump'. Standard output must be
+a terminal; elsewhere use 'keltipc dump --stats'.)";
+
+constexpr const char* unit_query_help =
+    R"(Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit. With
+several units the worst: 1, 4, 3, 0.)";
 
 constexpr const char* unit_help =
     R"(start, stop, restart and reload end when the manager has queued the job. With
---wait they end when the job has ended, as those of systemctl do.
+--wait they end when the job has ended, as those of systemctl do by default.
+They take root or a polkit rule; see keltipc(1).
 
 Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit;
 124 timeout. With several units the worst: 1, 124, 4, 3, 0.)";
 
 constexpr const char* target_help =
-    R"(isolate stops every other unit that the target does not need: it asks first.
+    R"(Starting, stopping and isolating take root or a polkit rule; see keltipc(1).
 
 Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped
 (stopped); 4 no such target.)";

@@ -81,7 +81,8 @@ class WatchTable : public ReceivingClient {
     std::snprintf(numbers.data(), numbers.size(), ": %llu frames, %.1f/s; %llu signals, %.1f/s; ",
                   static_cast<unsigned long long>(count.frames), frame_rate,
                   static_cast<unsigned long long>(count.signals), table.rate());
-    const std::string faults = reception.faults();
+    const bool lacks_start = count.frames != 0 && count.starts == 0;
+    const std::string faults = lacks_start ? "no start frame came" : reception.faults();
     return cut(quote(source.device) + numbers.data() + (faults.empty() ? "nothing lost" : faults), width);
   }
 

@@ -71,15 +71,15 @@ void add_port_options(CLI::App& app, Options& options) {
 
 void add_misbehaviour(CLI::App& app, QueueSettings& queue) {
   const char* const group = "To test an application";
-  app.add_option("--lose", queue.lose_every, "Lose every Nth message")
+  app.add_option("--lose", queue.lose_every, "Lose the last of every N messages written")
       ->transform(whole_number(1))
       ->type_name("N")
       ->group(group);
-  app.add_option("--hang-up-after", queue.hang_up_after, "Hang up and end when N messages were read")
+  app.add_option("--hang-up-after", queue.hang_up_after, "Hang up and exit when N messages were read")
       ->transform(whole_number(1))
       ->type_name("N")
       ->group(group);
-  app.add_option("--delay", queue.delay_ms, "Keep each message from its readers for so long")
+  app.add_option("--delay", queue.delay_ms, "Deliver each message that much later")
       ->transform(whole_number(1, 1'000'000))
       ->type_name("MS")
       ->group(group);
