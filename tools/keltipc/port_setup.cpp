@@ -32,7 +32,7 @@ Descriptor try_to_open_device(const std::string& device, int access) {
   struct stat record {};
   if (::stat(device.c_str(), &record) != 0) return Descriptor(-1);
   // Opening something else may block or have effects of its own.
-  if (!S_ISCHR(record.st_mode)) throw InputError(device, "is not a character device");
+  if (!S_ISCHR(record.st_mode)) throw InputError(device, "not a character device");
   return Descriptor(::open(device.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 

@@ -64,6 +64,8 @@ std::optional<IpcSignal> Reception::take(const char* bytes, std::size_t size) {
     ++count.signals;
     count.bytes += signal->data.size();
     if (in_doubt) ++count.doubtful;
+  } else if (in_doubt && current.mark.empty() && has_come_whole()) {
+    ++count.swallowed;
   }
   return signal;
 }
@@ -117,6 +119,8 @@ bool Reception::is_within_signal() const {
   const std::size_t bytes_so_far = (last->chunk + std::size_t{1}) * (frame_size - header_size);
   return bytes_so_far < last->total_size;
 }
+
+bool Reception::has_come_whole() const { return last && last->is_whole_so_far && !is_within_signal(); }
 
 /// Each signal counts once, whatever else is wrong with it.
 void Reception::give_up_signal() {
@@ -186,7 +190,8 @@ std::vector<std::string> Reception::summary(const std::string& device) const {
   } else {
     came += " (" + counted(count.bytes, "byte", "bytes") + ") from " + counted(count.frames, "frame", "frames") +
             " in " + counted(count.starts, "sampling frame", "sampling frames");
-    const bool has_fault = count.incomplete + count.repeats != 0;
+    // Frames of another size keep their order: where some are missing, that is the likelier reason.
+    const bool has_fault = count.incomplete + count.repeats != 0 && count.gaps == 0;
     if (has_fault && count.signals == count.doubtful) came += "; see --frame";
   }
   sentences.push_back(came);
@@ -209,6 +214,7 @@ std::string Reception::faults() const {
   add(count.mixed, "frame within another signal", "frames within another signal");
   add(count.short_messages, "short message", "short messages");
   if (count.short_messages != 0) text += " (" + short_message + ")";
+  add(count.swallowed, "whole signal taken for missing bytes", "whole signals taken for missing bytes");
   add(count.doubtful, "doubtful signal (after a fault, before the next start frame)",
       "doubtful signals (after a fault, before the next start frame)");
   return text;

@@ -55,6 +55,8 @@ class Reception {
     std::uint64_t steps_back = 0;
     std::uint64_t mixed = 0;
     std::uint64_t short_messages = 0;
+    std::uint64_t swallowed =
+        0;  ///< came whole, and the processor took its bytes for those that a signal before lacked
     std::uint64_t doubtful = 0;
   };
   const Counts& counts() const { return count; }
@@ -76,6 +78,7 @@ class Reception {
   std::string check_next_chunk();
   std::string note_short(std::size_t size);
   bool is_within_signal() const;
+  bool has_come_whole() const;
   void begin_signal();
   void give_up_signal();
 

@@ -63,7 +63,7 @@ class WatchTable : public ReceivingClient {
     // Without the last column, where a character would make some terminals wrap.
     const std::size_t width = std::max<std::size_t>(size.ws_col, 2) - 1;
     std::vector<std::string> lines = table.lines(width);
-    lines.insert(lines.begin(), head(width));
+    lines.insert(lines.begin(), {cut(head(), width), cut(losses(), width)});
     const std::size_t room = size.ws_row > 2 ? size.ws_row - 1U : 1;
     const std::size_t hidden = lines.size() > room ? lines.size() - room + 1 : 0;
     if (hidden != 0) {
@@ -75,15 +75,20 @@ class WatchTable : public ReceivingClient {
     return text + "\x1b[J";
   }
 
-  std::string head(std::size_t width) const {
+  std::string head() const {
     const Reception::Counts& count = reception.counts();
     std::array<char, 160> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), ": %llu frames, %.1f/s; %llu signals, %.1f/s; ",
+    std::snprintf(numbers.data(), numbers.size(), ": %llu frames, %.1f/s; %llu signals, %.1f/s",
                   static_cast<unsigned long long>(count.frames), frame_rate,
                   static_cast<unsigned long long>(count.signals), table.rate());
-    const bool lacks_start = count.frames != 0 && count.starts == 0;
-    const std::string faults = lacks_start ? "no start frame came" : reception.faults();
-    return cut(quote(source.device) + numbers.data() + (faults.empty() ? "nothing lost" : faults), width);
+    return quote(source.device) + numbers.data();
+  }
+
+  std::string losses() const {
+    const Reception::Counts& count = reception.counts();
+    if (count.frames != 0 && count.starts == 0) return "no start frame came";
+    const std::string faults = reception.faults();
+    return faults.empty() ? "nothing lost" : "lost or wrong: " + faults;
   }
 
   void close_interval() {

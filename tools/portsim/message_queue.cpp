@@ -48,8 +48,9 @@ void MessageQueue::take_back(std::size_t popped) {
 }
 
 std::string MessageQueue::counts() const {
-  return std::to_string(passed) + " messages passed, " + std::to_string(lost) + " lost, " + std::to_string(dropped) +
-         " dropped, " + std::to_string(messages.size() + unread_elsewhere) + " not read";
+  return std::to_string(passed) + (passed == 1 ? " message" : " messages") + " passed, " + std::to_string(lost) +
+         " lost, " + std::to_string(dropped) + " dropped, " + std::to_string(messages.size() + unread_elsewhere) +
+         " not read";
 }
 
 /// Header fields apart from the data: "5a 00 00 00  00 00  14 00  41 42 43 ..."
