@@ -4,8 +4,9 @@
 #include <set>
 #include <string>
 
-/// The connection settings that all libraries of this family share. Nothing in this library reads them. Each source
-/// file that includes this header has its own copy, built when the library is loaded.
+/// The connection settings that all libraries of this family share. Nothing in this library reads them; they are kept
+/// because the header is shared. Each source file that includes it has its own copy, built when the library is
+/// loaded.
 namespace ecu::vorn::ipc {
 
 static const std::map<std::string, std::string> default_connection_settings = {{"host", "localhost"},

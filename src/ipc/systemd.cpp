@@ -92,6 +92,8 @@ void log_unread_property(const std::string& property, const BusError& failure) {
 
 }  // namespace
 
+// No member reads `service_interface` and `target_interface`. They stay, because without them the class would change
+// its size.
 Systemd::Systemd()
     : service_name("org.freedesktop.systemd1"),
       manager_interface("org.freedesktop.systemd1.Manager"),
