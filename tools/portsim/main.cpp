@@ -101,8 +101,9 @@ void run(const Options& options) {
   ::signal(SIGPIPE, SIG_IGN);
   MessageQueue queue(options.queue, std::cout);
   const auto ready = [&](const char* kind) {
-    std::cerr << "keltipc-portsim: " << escape_word(options.port.path) << " is a loop-back port with messages of "
-              << options.port.frame_size << " bytes (" << kind << ")" << std::endl;
+    // In one piece, so that whoever waits for this line finds it whole.
+    std::cerr << "keltipc-portsim: " + escape_word(options.port.path) + " is a loop-back port with messages of " +
+                     std::to_string(options.port.frame_size) + " bytes (" + kind + ")\n";
   };
   (chooses_cuse(options) ? run_cuse_port : run_pty_port)(options.port, queue, ready);
   if (queue.has_hung_up()) std::cerr << "keltipc-portsim: hung up" << std::endl;
