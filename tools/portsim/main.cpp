@@ -101,7 +101,7 @@ void run(const Options& options) {
   ::signal(SIGPIPE, SIG_IGN);
   MessageQueue queue(options.queue, std::cout);
   const auto ready = [&](const char* kind) {
-    // In one piece, so that whoever waits for this line finds it whole.
+    // In one piece, so that a script that waits for this line finds it whole.
     std::cerr << "keltipc-portsim: " + escape_word(options.port.path) + " is a loop-back port with messages of " +
                      std::to_string(options.port.frame_size) + " bytes (" + kind + ")\n";
   };
