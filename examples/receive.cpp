@@ -123,7 +123,6 @@ int main(int argc, char** argv) {
   reader.set_consumer(std::unique_ptr<Printer>(printer));
 
   sd_notify(0, "READY=1");
-
   const sigset_t stop_signals = block_stop_signals();
   std::atomic<bool> has_ended{false};
   std::thread receiving([&] {
