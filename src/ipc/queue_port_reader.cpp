@@ -58,7 +58,7 @@ bool QueuePortReader<N, Frame>::open(const std::string& device) {
     ::close(fd);
     fd = -1;
   }
-  const unsigned int failures = open_device(device, O_RDONLY, fd);
+  const unsigned int failures = wait_for_device(device, O_RDONLY, fd);
   if (fd < 0) {
     log_line<Error>(logger, "Unable to open RX queue '", device, "' after ", failures, " attempts!");
     return false;

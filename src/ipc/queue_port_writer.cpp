@@ -34,7 +34,7 @@ bool QueuePortWriter<N, Frame>::open(const std::string& device) {
     ::close(fd);
     fd = -1;
   }
-  const unsigned int failures = open_device(device, O_WRONLY | O_SYNC, fd);
+  const unsigned int failures = wait_for_device(device, O_WRONLY | O_SYNC, fd);
   if (fd < 0) {
     log_line<Error>(logger, "Unable to open TX queue '", device, "' after ", failures, " attempts!");
     return false;

@@ -13,7 +13,7 @@ constexpr unsigned int open_attempts = 120;
 
 /// Opens the character device at `path` into `fd`, which must be negative, and retries every half second. Returns the
 /// number of failed attempts, `open_attempts` if all failed.
-inline unsigned int open_device(const std::string& path, int flags, int& fd) {
+inline unsigned int wait_for_device(const std::string& path, int flags, int& fd) {
   constexpr timespec pause{0, 500'000'000};
   for (unsigned int failures = 0; failures < open_attempts; ++failures) {
     if (utils::is_char_dev(path)) fd = ::open(path.c_str(), flags);
