@@ -17,7 +17,8 @@ SIGNAL is ID#HEX, both hexadecimal, without 0x:
                         dots and blanks may stand between bytes
   5a#@FILE              the bytes of FILE
   -                     lines of standard input, sent as they come: a SIGNAL, or
-                        'start ID=STAMP' for a start frame; # begins a comment
+                        'start ID=STAMP' for a start frame; a line that begins
+                        with # is ignored
 
 --replay takes what 'keltipc dump' printed, log lines or JSON, from any device.
 It sends the start frames too, with identifier 0 or that of --frame-start ID. A
@@ -67,8 +68,8 @@ both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
 A row an identifier, drawn once a second: count, signals a second, shortest and
 longest length, last status, time since the last signal, and the first bytes of
 its payload. Bytes that changed within the last second are in reverse video. The
-head line has the frames, and what was lost or wrong. Ctrl+C ends it and leaves
-the last table.
+first line has the frames and the rates, the second what was lost or wrong.
+Ctrl+C ends it and leaves the last table.
 
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";
