@@ -133,7 +133,7 @@ void add_form_options(CLI::App& command, DumpOptions& options) {
       ->option_text(" ")
       ->excludes(time, json);
   command.add_flag("--frames", options.frames,
-                   "Each frame instead of each signal, with a mark\nwhere something is wrong");
+                   "Each frame instead of each signal, with a mark\nwhere something is special or wrong");
   command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on\nstandard error");
 }
 
@@ -189,8 +189,8 @@ CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, 
   return command;
 }
 
-void add_wait(CLI::App& command, UnitOptions& options, const std::string& until) {
-  CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until each unit is " + until);
+void add_wait(CLI::App& command, UnitOptions& options) {
+  CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until the jobs have ended");
   command.add_option("--timeout", options.timeout, "How long --wait waits; after that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
@@ -220,7 +220,7 @@ void add_unit(CLI::App& app, Run& run) {
 
   const auto add_action = [&](const char* name, const char* help, const UnitAction& action) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
-    add_wait(*command, *options, action.participle);
+    add_wait(*command, *options);
     add_json(*command, options->json);
     command->callback([=, &run] { run = [=] { return control_units(*options, action); }; });
   };
