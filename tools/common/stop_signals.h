@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include "descriptor.h"
 
@@ -22,6 +23,18 @@ inline sigset_t stop_signals() {
 inline Descriptor open_stop_signals() {
   const sigset_t signals = stop_signals();
   return checked_descriptor("signalfd", ::signalfd(-1, &signals, SFD_CLOEXEC));
+}
+
+/// Ends the process by `signal`, as if it had never been caught: a shell ends its loop after SIGINT only if the
+/// command died of it. Call it after the clean-up: no destructor runs, and no stream is flushed.
+[[noreturn]] inline void end_by_signal(int signal) {
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signal);
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+  ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  ::_exit(128 + signal);  // The first process of a container does not die of its own signal.
 }
 
 }  // namespace keltipc
