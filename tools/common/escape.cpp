@@ -74,9 +74,11 @@ std::optional<std::string> unescape_word(std::string_view word) {
   return name;
 }
 
+std::string escape_text(std::string_view text) { return escape(text, "", "\\x"); }
+
 std::string quote(std::string_view text) {
   const bool is_long = text.size() > longest_quote;
-  return "'" + escape(text.substr(0, longest_quote), "", "\\x") + (is_long ? "...'" : "'");
+  return "'" + escape_text(text.substr(0, longest_quote)) + (is_long ? "...'" : "'");
 }
 
 std::string json_string(std::string_view text) { return '"' + escape(text, "\"\\", "\\u00") + '"'; }

@@ -18,6 +18,9 @@ std::string escape_word(std::string_view name);
 /// Nothing if a backslash does not begin "\xHH".
 std::optional<std::string> unescape_word(std::string_view word);
 
+/// Blanks and backslashes stay: "a b\n" -> "a b\x0a"
+std::string escape_text(std::string_view text);
+
 /// For messages, in quotes and cut after 60 bytes: "5#zz" -> "'5#zz'"
 std::string quote(std::string_view text);
 

@@ -22,6 +22,10 @@ using std::chrono::seconds;
 
 constexpr std::size_t micros_digits = 6;
 
+constexpr const char* log_form = "not a log line: (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX";
+constexpr std::string_view fault_start = "# (";
+constexpr std::string_view lost_or_wrong = "lost or wrong: ";
+
 std::string micros_text(microseconds time) {
   std::string digits = std::to_string((time % seconds(1)).count());
   return "." + std::string(micros_digits - std::min(micros_digits, digits.size()), '0') + digits;
@@ -57,19 +61,34 @@ void set_fields(ecu::vorn::ipc::IpcSignal& signal, std::string_view id, std::str
   signal.data = parse_payload(data);
 }
 
-LogRecord parse_text_record(std::string_view line) {
-  constexpr const char* form = "not a log line: (SECONDS.MICROS) DEVICE ID:STATUS:SAMPLINGFRAME#HEX";
-  if (line.empty() || line.front() != '(') throw InputError(form);
-  line.remove_prefix(1);
+/// Takes "SECONDS.MICROS) DEVICE " off the front of `line`.
+LogRecord take_time_and_device(std::string_view& line) {
   LogRecord record{};
-  record.time = time_stamp(take_until(line, ") ", form));
-  const auto device = unescape_word(take_until(line, " ", form));
+  record.time = time_stamp(take_until(line, ") ", log_form));
+  const auto device = unescape_word(take_until(line, " ", log_form));
   if (!device) throw InputError("invalid escape in the device: a backslash must begin \\xHH");
   record.device = *device;
-  const std::string_view id = take_until(line, ":", form);
-  record.signal.status = static_cast<std::uint8_t>(parse_hex_field(take_until(line, ":", form), 0xF, "status"));
-  const std::string_view stamp = take_until(line, "#", form);
+  return record;
+}
+
+LogRecord parse_text_record(std::string_view line) {
+  if (line.empty() || line.front() != '(') throw InputError(log_form);
+  line.remove_prefix(1);
+  LogRecord record = take_time_and_device(line);
+  const std::string_view id = take_until(line, ":", log_form);
+  record.signal.status = static_cast<std::uint8_t>(parse_hex_field(take_until(line, ":", log_form), 0xF, "status"));
+  const std::string_view stamp = take_until(line, "#", log_form);
   set_fields(record.signal, id, stamp, line);
+  return record;
+}
+
+LogRecord parse_text_fault(std::string_view line) {
+  line.remove_prefix(fault_start.size());
+  LogRecord record = take_time_and_device(line);
+  if (line.size() <= lost_or_wrong.size() || line.substr(0, lost_or_wrong.size()) != lost_or_wrong) {
+    throw InputError("not a fault line: # (SECONDS.MICROS) DEVICE lost or wrong: FAULT");
+  }
+  record.fault = line.substr(lost_or_wrong.size());
   return record;
 }
 
@@ -78,16 +97,25 @@ microseconds json_time(double value) {
   return microseconds(std::llround(value * 1e6));
 }
 
-LogRecord parse_json_record(std::string_view line) {
+void set_json_signal(ecu::vorn::ipc::IpcSignal& signal, const nlohmann::json& object) {
   using Text = const std::string&;
+  const auto status = object.at("status").get_ref<const nlohmann::json::number_unsigned_t&>();
+  if (status > 0xF) throw InputError("invalid status: 0 to 15");
+  signal.status = static_cast<std::uint8_t>(status);
+  set_fields(signal, object.at("id").get_ref<Text>(), object.at("sampling_frame").get_ref<Text>(),
+             object.at("data").get_ref<Text>());
+}
+
+LogRecord parse_json_record(std::string_view line) {
   try {
     const auto object = nlohmann::json::parse(line);
-    const auto status = object.at("status").get_ref<const nlohmann::json::number_unsigned_t&>();
-    if (status > 0xF) throw InputError("invalid status: 0 to 15");
-    LogRecord record{json_time(object.at("time").get<double>()), object.at("device").get<std::string>(), {}};
-    record.signal.status = static_cast<std::uint8_t>(status);
-    set_fields(record.signal, object.at("id").get_ref<Text>(), object.at("sampling_frame").get_ref<Text>(),
-               object.at("data").get_ref<Text>());
+    LogRecord record{json_time(object.at("time").get<double>()), object.at("device").get<std::string>(), {}, {}};
+    if (object.contains("fault")) {
+      record.fault = object["fault"].get<std::string>();
+      if (record.fault.empty()) throw InputError("an empty fault");
+    } else {
+      set_json_signal(record.signal, object);
+    }
     return record;
   } catch (const nlohmann::json::exception&) {
     throw InputError("not a line of dump --json: needs time, device, id, status, sampling_frame and data");
@@ -96,8 +124,13 @@ LogRecord parse_json_record(std::string_view line) {
 
 }  // namespace
 
+bool is_fault_line(std::string_view line) { return line.substr(0, fault_start.size()) == fault_start; }
+
+std::string fault_text(const std::string& fault) { return std::string(lost_or_wrong) + escape_text(fault); }
+
 std::string to_log_line(const LogRecord& record) {
   std::string line = "(" + seconds_text(record.time) + ") " + escape_word(record.device) + " ";
+  if (!record.fault.empty()) return "# " + line + fault_text(record.fault);
   line += to_hex(record.signal.signal_id) + ":" + to_hex(record.signal.status) + ":";
   line += to_hex(record.signal.sampling_frame) + "#";
   append_payload(line, record.signal.data);
@@ -105,11 +138,13 @@ std::string to_log_line(const LogRecord& record) {
 }
 
 LogRecord parse_log_line(std::string_view line) {
-  return !line.empty() && line.front() == '{' ? parse_json_record(line) : parse_text_record(line);
+  if (!line.empty() && line.front() == '{') return parse_json_record(line);
+  return is_fault_line(line) ? parse_text_fault(line) : parse_text_record(line);
 }
 
 std::string to_json_line(const LogRecord& record) {
   std::string line = "{\"time\":" + seconds_text(record.time) + ",\"device\":" + json_string(record.device);
+  if (!record.fault.empty()) return line + ",\"fault\":" + json_string(record.fault) + "}";
   line += ",\"id\":\"" + to_hex(record.signal.signal_id) + "\",\"status\":" + std::to_string(record.signal.status);
   line += ",\"sampling_frame\":\"" + to_hex(record.signal.sampling_frame) + "\"";
   line += ",\"length\":" + std::to_string(record.signal.data.size()) + ",\"data\":\"";
@@ -118,6 +153,7 @@ std::string to_json_line(const LogRecord& record) {
 }
 
 std::string seconds_text(microseconds time) {
+  if (time < microseconds(0)) return "-" + seconds_text(-time);
   return std::to_string(std::chrono::duration_cast<seconds>(time).count()) + micros_text(time);
 }
 

@@ -16,6 +16,7 @@ Replay::Replay(std::uint32_t start_id, double speed_factor) : frame_start_id(sta
 
 std::vector<Outgoing> Replay::next(std::string_view line) {
   LogRecord record = parse_log_line(line);
+  if (!record.fault.empty()) return {};
   if (record.signal.signal_id == frame_start_id) {
     throw InputError("a receiver would take signal " + to_hex(frame_start_id) +
                      " for a start frame: choose another --frame-start");

@@ -15,9 +15,9 @@ class Replay {
   /// `start_id` opens sampling frames. `speed_factor`: 2 halves the pauses, 0 leaves them out.
   Replay(std::uint32_t start_id, double speed_factor);
 
-  /// For one line: the signal, with its status in the identifier's top four bits, after a start frame if the line is
-  /// the first or its stamp is new. A time before that of the last line gives no pause. Throws InputError for a line
-  /// that is bad, and for a signal that a receiver would take for a start frame.
+  /// For one line: nothing for a fault; else the signal, with its status in the identifier's top four bits, after a
+  /// start frame if the signal is the first or its stamp is new. A time before that of the last line gives no pause.
+  /// Throws InputError for a line that is bad, and for a signal that a receiver would take for a start frame.
   std::vector<Outgoing> next(std::string_view line);
 
  private:

@@ -15,7 +15,7 @@ constexpr std::size_t most_bytes = 256;
 constexpr const char* head = "      ID     COUNT  RATE/S      LENGTH ST     AGE";
 constexpr std::size_t column_width = 49;
 
-double seconds(SignalTable::Clock::duration time) { return std::chrono::duration<double>(time).count(); }
+double seconds(SignalTable::Time time) { return std::chrono::duration<double>(time).count(); }
 
 std::string length_range(std::size_t shortest, std::size_t longest) {
   const std::string least = std::to_string(shortest);
@@ -24,18 +24,17 @@ std::string length_range(std::size_t shortest, std::size_t longest) {
 
 }  // namespace
 
-void SignalTable::add(const ecu::vorn::ipc::IpcSignal& signal) {
+void SignalTable::add(const ecu::vorn::ipc::IpcSignal& signal, Time time) {
   Row& row = rows[signal.signal_id];
   ++row.count;
   row.shortest = std::min(row.shortest, signal.data.size());
   row.longest = std::max(row.longest, signal.data.size());
   row.status = signal.status;
-  row.time = Clock::now();
+  row.time = time;
   row.payload.assign(signal.data.data(), std::min(signal.data.size(), most_bytes));
 }
 
-void SignalTable::close_interval() {
-  const auto now = Clock::now();
+void SignalTable::close_interval(Time now) {
   const double length = seconds(now - interval_start);
   interval_start = now;
   for (auto& [id, row] : rows) {
@@ -55,11 +54,11 @@ double SignalTable::rate() const {
   return sum;
 }
 
-std::string SignalTable::columns(std::uint32_t id, const Row& row) {
+std::string SignalTable::columns(std::uint32_t id, const Row& row, Time now) {
   std::array<char, 160> text{};
   std::snprintf(text.data(), text.size(), "%8s %9llu %7.1f %11s %2x %5.1f s", to_hex(id).c_str(),
                 static_cast<unsigned long long>(row.count), row.rate, length_range(row.shortest, row.longest).c_str(),
-                row.status, seconds(Clock::now() - row.time));
+                row.status, seconds(now - row.time));
   return text.data();
 }
 
@@ -74,12 +73,12 @@ std::string SignalTable::bytes(const Row& row, std::size_t width) {
   return text;
 }
 
-std::vector<std::string> SignalTable::lines(std::size_t width) const {
+std::vector<std::string> SignalTable::lines(std::size_t width, Time now) const {
   const std::size_t left = width > column_width + 1 ? width - column_width - 1 : 0;
   std::vector<std::string> text{head};
   if (left >= 4) text.front() += "  DATA";
   for (const auto& [id, row] : rows) {
-    text.push_back(columns(id, row));
+    text.push_back(columns(id, row, now));
     if (width != 0 && width < column_width) text.back().resize(std::min(text.back().size(), width));
     if (left != 0) text.back() += " " + bytes(row, left);
   }

@@ -10,19 +10,22 @@
 
 namespace keltipc {
 
-/// The last signal of each identifier, and how many came, as a table sorted by identifier.
+/// The last signal of each identifier, and how many came, as a table sorted by identifier. The times that it is given
+/// are all of the same clock.
 class SignalTable {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Time = std::chrono::microseconds;
 
-  void add(const ecu::vorn::ipc::IpcSignal& signal);
+  void start_interval(Time now) { interval_start = now; }
 
-  /// Ends an interval. Rates and changed bytes are those since the last call, or since the table was made.
-  void close_interval();
+  void add(const ecu::vorn::ipc::IpcSignal& signal, Time time);
+
+  /// Ends an interval, and starts the next. Rates and changed bytes are those of the interval.
+  void close_interval(Time now);
 
   /// The head line and a line for each identifier, none wider than `width`. The rest of the width shows the first
   /// bytes of the payload, those that changed in reverse video. A width of 0 means without payloads, and not cut.
-  std::vector<std::string> lines(std::size_t width) const;
+  std::vector<std::string> lines(std::size_t width, Time now) const;
 
   /// Signals a second, of all identifiers together, in the last interval.
   double rate() const;
@@ -35,17 +38,17 @@ class SignalTable {
     std::size_t shortest = SIZE_MAX;
     std::size_t longest = 0;
     std::uint8_t status = 0;
-    Clock::time_point time;
+    Time time{0};
     std::string payload;        ///< the beginning of the last one
     std::string shown;          ///< that of the last interval's end
     std::vector<bool> changed;  ///< which of its bytes have changed in the last interval
   };
 
-  static std::string columns(std::uint32_t id, const Row& row);
+  static std::string columns(std::uint32_t id, const Row& row, Time now);
   static std::string bytes(const Row& row, std::size_t width);
 
   std::map<std::uint32_t, Row> rows;
-  Clock::time_point interval_start = Clock::now();
+  Time interval_start{0};
 };
 
 }  // namespace keltipc

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "clock.h"
 #include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
@@ -36,10 +37,12 @@ volatile std::sig_atomic_t was_resized = 0;
 
 class WatchTable : public ReceivingClient {
  public:
-  using ReceivingClient::ReceivingClient;
+  explicit WatchTable(const ReceiveOptions& options) : ReceivingClient(options) {
+    table.start_interval(steady_now());
+  }
 
   std::optional<Outcome> on_message(const char* bytes, std::size_t size) override {
-    if (const auto signal = signal_from(bytes, size)) table.add(*signal);
+    if (const auto signal = signal_from(bytes, size)) table.add(*signal, steady_now());
     return std::nullopt;
   }
 
@@ -62,7 +65,7 @@ class WatchTable : public ReceivingClient {
     const winsize size = terminal_size();
     // Without the last column, where a character would make some terminals wrap.
     const std::size_t width = std::max<std::size_t>(size.ws_col, 2) - 1;
-    std::vector<std::string> lines = table.lines(width);
+    std::vector<std::string> lines = table.lines(width, steady_now());
     lines.insert(lines.begin(), {cut(head(), width), cut(losses(), width)});
     const std::size_t room = size.ws_row > 2 ? size.ws_row - 1U : 1;
     const std::size_t hidden = lines.size() > room ? lines.size() - room + 1 : 0;
@@ -98,7 +101,7 @@ class WatchTable : public ReceivingClient {
     frame_rate = length > 0 ? static_cast<double>(frames - frames_before) / length : 0;
     interval_start = now;
     frames_before = frames;
-    table.close_interval();
+    table.close_interval(steady_now());
   }
 
   SignalTable table;
