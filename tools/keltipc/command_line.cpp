@@ -6,12 +6,14 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 
 #include "commands.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "help.h"
 #include "input_error.h"
+#include "out_of_memory.h"
 #include "say.h"
 #include "unit_manager.h"
 #include "usage.h"
@@ -308,6 +310,7 @@ void occupy_closed_streams() {
 }  // namespace keltipc
 
 int main(int argc, char** argv) {
+  std::set_new_handler([] { keltipc::end_without_memory("keltipc: out of memory\n"); });
   keltipc::occupy_closed_streams();
   try {
     return keltipc::run_tool(argc, argv);

@@ -7,12 +7,14 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <new>
 
 #include "descriptor.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "link.h"
 #include "message_queue.h"
+#include "out_of_memory.h"
 #include "port.h"
 #include "stop_signals.h"
 #include "usage.h"
@@ -136,6 +138,7 @@ int run_tool(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::set_new_handler([] { end_without_memory("keltipc-portsim: out of memory\n"); });
   try {
     return run_tool(argc, argv);
   } catch (const std::exception& error) {
