@@ -11,11 +11,10 @@
 #include "ipc/queue_port_reader.h"
 #include "ipc/queue_port_writer.h"
 #include "support/descriptors.h"
-#include "support/soon.h"
 #include "support/traffic.h"
 
-// Reader and writer on a port of keltipc-portsim. KELTIPC_PORTSIM is the command that starts it, KELTIPC_BACKEND the
-// kind of port.
+// Reader and writer on a port of keltipc-portsim. KELTIPC_PORTSIM is the program, KELTIPC_EMULATOR the start of the
+// command that runs it, KELTIPC_BACKEND the kind of port.
 namespace ecu::vorn::ipc::test {
 namespace {
 
@@ -31,10 +30,11 @@ std::uint32_t number(const char* variable, std::uint32_t usual) {
 struct Port {
   explicit Port(const std::string& options, const std::string& suffix = "")
       : path(testing::TempDir() + "port." + std::to_string(::getpid()) + suffix), process(::fork()) {
-    const std::string command =
-        std::string("exec ") + std::getenv("KELTIPC_PORTSIM") + " --backend " + backend + " " + options + " " + path;
+    const char* const emulator = std::getenv("KELTIPC_EMULATOR");
+    const std::string command = "exec " + std::string(emulator == nullptr ? "" : emulator) +
+                                " \"$KELTIPC_PORTSIM\" --backend " + backend + " " + options + " " + path;
     if (process == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
-    EXPECT_TRUE(soon([this] { return ::access(path.c_str(), F_OK) == 0; })) << command;
+    while (::access(path.c_str(), F_OK) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   Port(const Port&) = delete;
   ~Port() {

@@ -1,0 +1,26 @@
+# shellcheck shell=bash
+# The shell of a transcript reads this first: play makes it a process group of its own, so that everything ends with it.
+unset BASH_ENV
+echo "$PPID" >"$PLAY/session"
+trap 'kill -KILL 0' EXIT
+
+tool() { printf '#!/bin/sh\nexec %s "%s" "$@"\n' "${KELTIPC_EMULATOR-}" "$2" >"bin/$1" && chmod +x "bin/$1"; }
+
+mkdir bin
+tool keltipc "${KELTIPC_TOOL-false}"
+tool keltipc-portsim "${KELTIPC_PORTSIM-false}"
+PATH=$PWD/bin:$PATH
+
+# soon COMMAND...: tries it until it succeeds. The time limit of the whole transcript is the only one.
+soon() { until "$@" >/dev/null 2>&1; do sleep 0.02; done; }
+
+# port NAME [OPTION...]: starts a simulated port. "$NAME" is its process, and NAME.said its output.
+port() {
+  rm -f "$1.said"
+  keltipc-portsim --backend "${KELTIPC_BACKEND:-pty}" "$@" >"$1.said" 2>&1 &
+  printf -v "$1" %d $!
+  soon grep -q . "$1.said"
+}
+
+# end PROCESS [SIGNAL]: ends a process and returns its exit status.
+end() { kill -"${2-TERM}" "$1" && wait "$1"; }
