@@ -3,12 +3,13 @@
 unset BASH_ENV
 echo "$PPID" >"$PLAY/session"
 trap 'kill -KILL 0' EXIT
+trap 'echo "$BASH_COMMAND" >"$PLAY/running"' DEBUG
 
 tool() { printf '#!/bin/sh\nexec %s "%s" "$@"\n' "${KELTIPC_EMULATOR-}" "$2" >"bin/$1" && chmod +x "bin/$1"; }
 
 mkdir bin
-tool keltipc "${KELTIPC_TOOL-false}"
-tool keltipc-portsim "${KELTIPC_PORTSIM-false}"
+tool keltipc "${KELTIPC_TOOL:?}"
+tool keltipc-portsim "${KELTIPC_PORTSIM:?}"
 PATH=$PWD/bin:$PATH
 
 # soon COMMAND...: tries it until it succeeds. The time limit of the whole transcript is the only one.
