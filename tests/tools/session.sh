@@ -8,8 +8,8 @@ trap 'echo "$BASH_COMMAND" >"$PLAY/running"' DEBUG
 tool() { printf '#!/bin/sh\nexec %s "%s" "$@"\n' "${KELTIPC_EMULATOR-}" "$2" >"bin/$1" && chmod +x "bin/$1"; }
 
 mkdir bin
-tool keltipc "${KELTIPC_TOOL:?}"
-tool keltipc-portsim "${KELTIPC_PORTSIM:?}"
+tool keltipc "$KELTIPC_TOOL"
+tool keltipc-portsim "$KELTIPC_PORTSIM"
 PATH=$PWD/bin:$PATH
 
 # soon COMMAND...: tries it until it succeeds. The time limit of the whole transcript is the only one.
@@ -22,6 +22,16 @@ port() {
   printf -v "$1" %d $!
   soon grep -q . "$1.said"
 }
+
+# start NAME COMMAND...: starts a command. "$NAME" is its process, NAME holds its output, and NAME.said its messages.
+start() {
+  rm -f "$1"
+  "${@:2}" >"$1" 2>"$1.said" &
+  printf -v "$1" %d $!
+}
+
+# signals DEVICE [OPTION...]: what a dump prints, without the time and the device.
+signals() { keltipc dump "$@" 2>said | sed 's/.* //'; }
 
 # end PROCESS [SIGNAL]: ends a process and returns its exit status.
 end() { kill -"${2-TERM}" "$1" && wait "$1"; }
