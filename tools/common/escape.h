@@ -25,7 +25,7 @@ std::string escape_text(std::string_view text);
 std::string quote(std::string_view text);
 
 /// A JSON string with its quotes. A byte that is not part of a printable character becomes \u00XX. A JSON library
-/// would refuse such bytes, or want them converted first, which takes more code than this.
+/// would refuse such a byte, or replace it, so that two names could look the same.
 ///
 ///     say "a\n" -> "say \"a\u000a\""
 std::string json_string(std::string_view text);

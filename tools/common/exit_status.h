@@ -2,7 +2,7 @@
 
 namespace keltipc {
 
-/// As sysexits, systemctl(1) and timeout(1) have them; 128 + n after signal n.
+/// What keltipc(1) lists. 3 is also what `systemctl is-active` gives, and 124 what timeout(1) gives.
 enum ExitStatus : int {
   exit_done = 0,
   exit_failed = 1,

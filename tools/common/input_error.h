@@ -16,13 +16,13 @@ class InputError : public std::runtime_error {
   InputError(std::string_view input, const std::string& reason) : InputError(quote(input) + ": " + reason) {}
 };
 
-/// What `parse` makes of `text`; an InputError names the text.
+/// What `parse` makes of `text`; an InputError names the text, and the option or place before it: "--frame-start: ".
 template <typename Parsed>
-Parsed parse_named(Parsed (*parse)(std::string_view), std::string_view text) {
+Parsed parse_named(Parsed (*parse)(std::string_view), std::string_view text, const std::string& place = "") {
   try {
     return parse(text);
   } catch (const InputError& error) {
-    throw InputError(text, error.what());
+    throw InputError(place + quote(text) + ": " + error.what());
   }
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "exit_status.h"
+#include "input_error.h"
 #include "port_setup.h"
 #include "say.h"
 #include "signal_text.h"
@@ -15,7 +16,7 @@ namespace keltipc {
 
 ReceivingClient::ReceivingClient(const ReceiveOptions& options)
     : source(parse_filtered_device(options.source)),
-      reception(options.port.frame, parse_frame_start_id(options.frame_start)),
+      reception(options.port.frame, parse_named(parse_frame_start_id, options.frame_start, "--frame-start: ")),
       receive_options(options),
       device(open_device(source.device, O_RDONLY, options.port.wait)) {}
 

@@ -128,7 +128,7 @@ void require_something_to_send(const SendOptions& options) {
 Parser make_parser(const SendOptions& options) {
   if (options.replay.empty()) return parse_signal;
   const std::uint32_t start_id =
-      options.frame_start.empty() ? 0 : parse_named(parse_frame_start_id, options.frame_start);
+      options.frame_start.empty() ? 0 : parse_named(parse_frame_start_id, options.frame_start, "--frame-start: ");
   return [replay = Replay(start_id, options.no_timing ? 0 : options.speed)](std::string_view line) mutable {
     return replay.next(line);
   };
@@ -137,7 +137,7 @@ Parser make_parser(const SendOptions& options) {
 /// The start frame that goes before the SIGNALs, if one is asked for.
 std::vector<Outgoing> opening_frame(const SendOptions& options) {
   if (!options.replay.empty() || options.frame_start.empty()) return {};
-  return {{start_signal(parse_named(parse_frame_start, options.frame_start)), {}, true}};
+  return {{start_signal(parse_named(parse_frame_start, options.frame_start, "--frame-start: ")), {}, true}};
 }
 
 std::vector<Outgoing> read_arguments(const SendOptions& options) {
