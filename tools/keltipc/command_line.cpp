@@ -50,6 +50,12 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->capture_default_str();
 }
 
+std::string check_speed(const std::string& text) {
+  double factor = 0;
+  const bool is_number = CLI::detail::lexical_cast(text, factor);
+  return is_number && factor >= 0.001 && factor <= 1000 ? "" : quote(text) + " is not a number from 0.001 to 1000";
+}
+
 void add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* signals) {
   const auto replay =
       command.add_option("--replay", options.replay, "Send a log of 'keltipc dump'; - is standard input")
@@ -59,7 +65,7 @@ void add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* si
           ->group("Replay");
   const auto speed = command.add_option("--speed", options.speed, "2 halves the pauses of the log, 0.5 doubles them")
                          ->option_text("FACTOR")
-                         ->check(CLI::Range(0.001, 1000.0))
+                         ->check(CLI::Validator(check_speed, ""))
                          ->needs(replay)
                          ->group("Replay");
   command.add_flag("--no-timing", options.no_timing, "Leave out the pauses of the log")
@@ -191,8 +197,9 @@ CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, 
   return command;
 }
 
-void add_wait(CLI::App& command, UnitOptions& options) {
-  CLI::Option* const wait = command.add_flag("--wait", options.wait, "Wait until the jobs have ended");
+void add_wait(CLI::App& command, JobOptions& options) {
+  CLI::Option* const wait = command.add_flag(
+      "--wait", options.wait, "Wait until the jobs have ended, as systemctl does;\nwithout it they are only queued");
   command.add_option("--timeout", options.timeout, "How long --wait waits; after that, status 124")
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
@@ -214,7 +221,6 @@ void add_unit(CLI::App& app, Run& run) {
   const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
     add_json(*command, options->json);
-    command->footer(unit_query_help);
     command->callback([=, &run] { run = [=] { return query(*options); }; });
   };
   add_query("state", "Print active, inactive, activating, failed, ...", print_active_states);
@@ -223,7 +229,6 @@ void add_unit(CLI::App& app, Run& run) {
   const auto add_action = [&](const char* name, const char* help, const UnitAction& action) {
     CLI::App* const command = add_unit_command(*group, name, help, *options);
     add_wait(*command, *options);
-    add_json(*command, options->json);
     command->callback([=, &run] { run = [=] { return control_units(*options, action); }; });
   };
   using ecu::vorn::ipc::Systemd;
@@ -251,12 +256,12 @@ void add_target(CLI::App& app, Run& run) {
   add("active", "Print whether it is active or activating", print_target_active);
   add("isolate", "Start it, and stop all units that it does not\nneed; asks first", isolate_target)
       ->add_flag("--yes", options->yes, "Do not ask");
-  add("services", "List the services that it wants", print_target_services)
-      ->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
-  add("start-services", "Start each service that it wants", start_target_services);
-  add("stop-services", "Stop each service that it wants", stop_target_services);
+  CLI::App* const services = add("services", "List the services that it wants", print_target_services);
+  services->add_flag("--all", options->all, "List all that it wants, targets and sockets too");
+  add_json(*services, options->json);
+  add_wait(*add("start-services", "Start each service that it wants", start_target_services), *options);
+  add_wait(*add("stop-services", "Stop each service that it wants", stop_target_services), *options);
   add("stopped", "Print whether all these services are stopped", print_target_stopped);
-  for (CLI::App* const command : group->get_subcommands({})) add_json(*command, options->json);
 }
 
 /// CLI11 ends a subcommand at "--" unless it still expects a positional argument: without this one, the "-.mount" of

@@ -55,11 +55,15 @@ int dump_signals(const DumpOptions& options);
 /// Shows a table of the signals that the port receives, until something ends it.
 int watch_signals(const ReceiveOptions& options);
 
-struct UnitOptions {
-  std::vector<std::string> units;
-  bool json = false;
+/// What all commands that queue jobs have in common.
+struct JobOptions {
   bool wait = false;
   unsigned int timeout = 90;
+};
+
+struct UnitOptions : JobOptions {
+  std::vector<std::string> units;
+  bool json = false;
 };
 
 struct UnitAction {
@@ -75,7 +79,7 @@ int print_install_states(const UnitOptions& options);
 /// Queues a job for each unit, also after one was refused; then, with `wait`, waits until all of them have ended.
 int control_units(const UnitOptions& options, const UnitAction& action);
 
-struct TargetOptions {
+struct TargetOptions : JobOptions {
   std::string target;
   bool json = false;
   bool yes = false;

@@ -74,14 +74,8 @@ Ctrl+C ends it and leaves the last table.
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";
 
-constexpr const char* unit_query_help =
-    R"(Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit. With
-several units the worst: 1, 4, 3, 0.)";
-
 constexpr const char* unit_help =
-    R"(start, stop, restart and reload end when the manager has queued the job. With
---wait they end when the job has ended, as those of systemctl do by default.
-They take root or a polkit rule; see keltipc(1).
+    R"(start, stop, restart and reload take root or a polkit rule; see keltipc(1).
 
 Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit;
 124 timeout. With several units the worst: 1, 124, 4, 3, 0.)";
@@ -90,6 +84,6 @@ constexpr const char* target_help =
     R"(Starting, stopping and isolating take root or a polkit rule; see keltipc(1).
 
 Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped
-(stopped); 4 no such target.)";
+(stopped); 4 no such target; 124 timeout.)";
 
 }  // namespace keltipc

@@ -16,8 +16,8 @@ constexpr const char* manager_interface = "org.freedesktop.systemd1.Manager";
 constexpr std::chrono::milliseconds shortest_request(500);
 
 /// A result of sd-bus, unless it is an error.
-int checked(int r) {
-  if (r < 0) throw std::runtime_error(std::string("cannot ask the systemd manager: ") + std::strerror(-r));
+int checked(int r, const char* complaint = "cannot ask the systemd manager: ") {
+  if (r < 0) throw std::runtime_error(complaint + std::string(std::strerror(-r)));
   return r;
 }
 
@@ -31,7 +31,7 @@ sd_bus* open_bus(std::chrono::steady_clock::time_point end) {
   // Opening sends a hello message, whose timeout can be set in no other way.
   ::setenv("SYSTEMD_BUS_TIMEOUT", (std::to_string(microseconds_until(end)) + "us").c_str(), 1);
   sd_bus* bus = nullptr;
-  checked(sd_bus_default_system(&bus));
+  checked(sd_bus_default_system(&bus), "cannot connect to the system bus: ");
   return bus;
 }
 

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
+#include <utility>
 
 #include "logging/logging.h"
 #include "say.h"
@@ -27,14 +28,43 @@ bool reports(const std::string& error, const std::string& line) {
   return line.find("' failed: org.freedesktop." + error + ":") != std::string::npos;
 }
 
+/// How lines of the library begin, and what the tool says instead.
+constexpr std::pair<std::string_view, const char*> rewordings[] = {
+    {"Unable to retrieve connection to DBus system bus", "cannot connect to the system bus"},
+    {"Call to StartUnit", "cannot start"},
+    {"Call to StopUnit", "cannot stop"},
+    {"Call to RestartUnit", "cannot restart"},
+    {"Call to ReloadUnit", "cannot reload"},
+    {"Retrieving instance of", "cannot load"},
+    {"Retrieving property of", "cannot read the property"},
+};
+
+/// "Call to StopUnit 'a.service' failed: org.freedesktop.DBus.Error.AccessDenied: Permission denied"
+///   -> "cannot stop 'a.service': Permission denied"
+std::string reworded(std::string line) {
+  constexpr std::string_view failed = " failed: ";
+  const std::size_t error = line.find(failed);
+  if (error != std::string::npos) {
+    const std::size_t unit_end = line.find('\'', line.find('\'') + 1) + 1;
+    const std::size_t error_end = line.find(": ", error + failed.size());
+    line.erase(unit_end, (error_end == std::string::npos ? error + failed.size() - 2 : error_end) - unit_end);
+  }
+  for (const auto& [beginning, instead] : rewordings) {
+    if (line.rfind(beginning, 0) == 0) line.replace(0, beginning.size(), instead);
+  }
+  if (line.back() == '.') line.pop_back();
+  return line;
+}
+
 }  // namespace
 
 UnitManager::UnitManager() {
   logging::set_log_level(error_level);
-  logging::set_sink([this](int level, const std::string& module, const std::string& text) {
-    if (text != last_line) logging::stderr_sink(level, module, text);
+  logging::set_sink([this](int level, const std::string& /*module*/, const std::string& text) {
+    if (level > error_level) return;
+    if (text != last_line) say(reworded(text));
     last_line = text;
-    if (level <= error_level) ++errors;
+    ++errors;
     lacked_permission = lacked_permission || reports("DBus.Error.InteractiveAuthorizationRequired", text) ||
                         reports("DBus.Error.AccessDenied", text);
   });
@@ -53,14 +83,18 @@ std::string UnitManager::property(const std::string& unit_path, const std::strin
   return get_property_value(manager, manager + ".Unit", unit_path, name);
 }
 
-bool UnitManager::exists(const std::string& unit) {
+std::string UnitManager::service_result(const std::string& unit) {
+  return get_property_value(manager, manager + ".Service", path(unit), "Result");
+}
+
+std::string UnitManager::load_state(const std::string& unit) {
   const std::string unit_path = path(unit);
-  return unit_path.empty() || property(unit_path, "LoadState") != "not-found";
+  return unit_path.empty() ? "" : property(unit_path, "LoadState");
 }
 
 bool UnitManager::was_refused_as_missing(const std::string& unit) {
   // The same error also stands for a unit whose file could not be loaded.
-  return reports("systemd1.NoSuchUnit", last_line) && !exists(unit);
+  return reports("systemd1.NoSuchUnit", last_line) && load_state(unit) == not_found;
 }
 
 bool has_suffix(std::string_view unit, std::string_view suffix) {
@@ -87,9 +121,13 @@ std::string unit_name_fault(const std::string& unit) {
   return {};
 }
 
-void print_answer(bool json, const nlohmann::ordered_json& answer) {
-  std::cout << (json ? answer.dump() : answer.back().get<std::string>()) << std::endl;
+void print_line(const std::string& line) {
+  std::cout << line << std::endl;
   if (!std::cout) throw std::runtime_error("cannot write to standard output");
+}
+
+void print_answer(bool json, const nlohmann::ordered_json& answer) {
+  print_line(json ? answer.dump() : answer.back().get<std::string>());
 }
 
 }  // namespace keltipc

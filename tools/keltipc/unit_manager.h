@@ -8,11 +8,13 @@
 
 namespace keltipc {
 
+constexpr const char* not_found = "not-found";
+
 /// Systemd with what the tool adds: states in the manager's own words, and a count of failures.
 class UnitManager : public ecu::vorn::ipc::Systemd {
  public:
-  /// From here on the library's ERROR and CRITICAL lines go to standard error and are counted. A line that repeats
-  /// the one before it is printed once.
+  /// From here on the library's ERROR and CRITICAL lines are counted, and go to standard error in the tool's own
+  /// words. A line that repeats the one before it is printed once.
   UnitManager();
   /// Tells a user who lacked the permission for something where to read about it.
   ~UnitManager() override;
@@ -25,8 +27,12 @@ class UnitManager : public ecu::vorn::ipc::Systemd {
   /// A string property of the unit with that object.
   std::string property(const std::string& unit_path, const std::string& name);
 
-  /// False if the manager says that there is no such unit. True if it cannot be asked.
-  bool exists(const std::string& unit);
+  /// The manager's word: "loaded", "masked", ..., `not_found`; empty if the manager cannot be asked.
+  std::string load_state(const std::string& unit);
+
+  /// How the service's last start ended: "success", "timeout", "exit-code", ...; empty if the manager cannot be
+  /// asked.
+  std::string service_result(const std::string& unit);
 
   /// Whether the request that has just failed was refused because there is no such unit.
   bool was_refused_as_missing(const std::string& unit);
@@ -51,6 +57,9 @@ std::string target_unit(const std::string& name);
 
 /// What is wrong with the full name of a unit; empty if the manager can load a unit of that name.
 std::string unit_name_fault(const std::string& unit);
+
+/// On standard output; throws std::runtime_error if that fails.
+void print_line(const std::string& line);
 
 /// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
 void print_answer(bool json, const nlohmann::ordered_json& answer);
