@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     require(to_log_line(parse_log_line(line)) == line);
   });
   try_to([&] {
-    for (const Outgoing& next : Replay(0x10, 1).next(text)) require(next.pause.count() >= 0);
+    for (const Outgoing& next : Replay(0x10, 1, std::chrono::hours(1)).next(text)) require(next.pause.count() >= 0);
   });
   const std::string word = escape_word(text);
   require(unescape_word(word) == text && word.find_first_of(" \n\r\t\x1b") == std::string::npos);

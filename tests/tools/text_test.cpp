@@ -19,7 +19,7 @@ TEST(ALogLine, IsPrintedAsItWasRead) {
 }
 
 TEST(AReplay, PausesOnceBeforeASignalAndNotWhereTheClockWasSetBack) {
-  Replay replay(0x10, 2);
+  Replay replay(0x10, 2, std::chrono::hours(1));
   std::string plan;
   for (const char* line : {"(9.000000) p 5:f:0#01", "(9.500000) p 6:0:0#02", "(7.000000) p 5:0:aa#03",
                            R"({"time":7.000002,"device":"p","id":"5","status":1,"sampling_frame":"b","data":""})"}) {

@@ -2,7 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstdlib>
+#include <iomanip>
 #include <limits>
+#include <sstream>
 #include <string>
 
 #include "escape.h"
@@ -22,6 +25,19 @@ inline CLI::Validator whole_number(unsigned long lowest,
     }
     text = std::to_string(value);
     return {};
+  };
+  return CLI::Validator(check, "");
+}
+
+/// A number within bounds. CLI11's own check takes "nan" for one.
+inline CLI::Validator number(double lowest, double highest) {
+  const auto check = [=](const std::string& text) -> std::string {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (!text.empty() && *end == '\0' && value >= lowest && value <= highest) return {};
+    std::ostringstream range;
+    range << std::setprecision(15) << lowest << " to " << highest;
+    return quote(text) + " is not a number from " + range.str();
   };
   return CLI::Validator(check, "");
 }

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
@@ -12,7 +15,6 @@
 #include "input_error.h"
 #include "out_of_memory.h"
 #include "say.h"
-#include "standard_streams.h"
 #include "unit_manager.h"
 #include "usage.h"
 #include "whole_number.h"
@@ -48,13 +50,7 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->capture_default_str();
 }
 
-std::string check_speed(const std::string& text) {
-  double factor = 0;
-  const bool is_number = CLI::detail::lexical_cast(text, factor);
-  return is_number && factor >= 0.001 && factor <= 1000 ? "" : quote(text) + " is not a number from 0.001 to 1000";
-}
-
-void add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* signals) {
+CLI::Option* add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* signals) {
   const auto replay =
       command.add_option("--replay", options.replay, "Send a log of 'keltipc dump'; - is standard input")
           ->option_text("FILE")
@@ -63,14 +59,20 @@ void add_replay_options(CLI::App& command, SendOptions& options, CLI::Option* si
           ->group("Replay");
   const auto speed = command.add_option("--speed", options.speed, "2 halves the pauses of the log, 0.5 doubles them")
                          ->option_text("FACTOR")
-                         ->check(CLI::Validator(check_speed, ""))
+                         ->check(number(0.001, 1000))
                          ->needs(replay)
                          ->group("Replay");
+  const auto max_pause = command.add_option("--max-pause", options.max_pause, "No pause is longer than that")
+                             ->option_text("SECONDS")
+                             ->check(number(0, 1e6))
+                             ->needs(replay)
+                             ->group("Replay");
   command.add_flag("--no-timing", options.no_timing, "Leave out the pauses of the log")
       ->option_text(" ")
       ->needs(replay)
-      ->excludes(speed)
+      ->excludes(speed, max_pause)
       ->group("Replay");
+  return replay;
 }
 
 void declare_send(CLI::App& command, SendOptions& options) {
@@ -84,15 +86,23 @@ void declare_send(CLI::App& command, SendOptions& options) {
       ->type_name("ID=STAMP")
       ->check(not_empty("no identifier is given"));
   add_port_options(command, options.port);
-  command.add_option("--gap", options.gap, "Wait at least that long between two signals")
-      ->transform(whole_number(0, 1'000'000'000))
-      ->type_name("MS")
-      ->group("Pace");
+  const auto gap = command.add_option("--gap", options.gap, "Wait at least that long between two signals")
+                       ->transform(whole_number(0, 1'000'000'000))
+                       ->type_name("MS")
+                       ->group("Pace");
+  const auto interval =
+      command
+          .add_option("--interval", options.interval,
+                      "Send a SIGNAL every MS, counted from start to\nstart; skip turns that are missed")
+          ->transform(whole_number(1, 1'000'000'000))
+          ->type_name("MS")
+          ->excludes(gap)
+          ->group("Pace");
   command.add_option("--repeat", options.repeat, "Send all signals COUNT times")
       ->transform(whole_number(1))
       ->type_name("COUNT")
       ->group("Pace");
-  add_replay_options(command, options, signals);
+  add_replay_options(command, options, signals)->excludes(interval);
   command.footer(send_help);
 }
 
@@ -264,9 +274,9 @@ void add_target(CLI::App& app, Run& run) {
 
 /// CLI11 ends a subcommand at "--" unless it still expects a positional argument: without this one, the "-.mount" of
 /// "unit state a -- -.mount" would be an option. Added only for "--", because the usage line shows it.
-void keep_arguments_behind_dashes(CLI::App& group, int argc, char** argv) {
+void keep_arguments_behind_dashes(const std::vector<CLI::App*>& commands, int argc, char** argv) {
   if (std::find(argv, argv + argc, std::string("--")) == argv + argc) return;
-  for (CLI::App* const command : group.get_subcommands({})) command->add_option("more")->group("");
+  for (CLI::App* const command : commands) command->add_option("more")->group("");
 }
 
 /// Runs what the command line asks for. Complaints about the input of `send` and `dump` end like those about options.
@@ -287,7 +297,8 @@ int run_tool(int argc, char** argv) {
   add_unit(app, run);
   add_target(app, run);
   app.footer(tool_help);
-  keep_arguments_behind_dashes(*app.get_subcommand("unit"), argc, argv);
+  keep_arguments_behind_dashes(app.get_subcommand("unit")->get_subcommands({}), argc, argv);
+  keep_arguments_behind_dashes({app.get_subcommand("send")}, argc, argv);
   add_help(app, "keltipc " KELTIPC_VERSION);
 
   try {
@@ -298,6 +309,14 @@ int run_tool(int argc, char** argv) {
   } catch (const InputError& error) {
     say(error.what() + help_hint(chosen_command(app)));
     return exit_usage;
+  }
+}
+
+/// Where a standard stream was closed, the next device opened would get its number, and messages meant for people
+/// would go to the device. Opened the wrong way round, so that using the stream still fails.
+void occupy_closed_streams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) == -1) ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   }
 }
 

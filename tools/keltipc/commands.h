@@ -23,8 +23,10 @@ struct SendOptions {
   std::string frame_start;
   bool no_timing = false;
   double speed = 1;
+  double max_pause = 3.6e9;  ///< seconds; far more would overflow a clock
   unsigned int repeat = 1;
   unsigned int gap = 0;
+  unsigned int interval = 0;
 };
 
 /// Checks what the command line and the files that it names ask for, then sends it; lines of standard input are sent

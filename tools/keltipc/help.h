@@ -22,9 +22,11 @@ SIGNAL is ID#HEX, both hexadecimal, without 0x:
 
 --replay takes what 'keltipc dump' printed, log lines or JSON, from any device.
 It sends the start frames too, with identifier 0 or that of --frame-start ID. A
-FILE is checked whole before anything is sent; standard input is sent line by
-line:
+FILE is checked whole before anything is sent; standard input and a FIFO are
+sent line by line:
   keltipc dump A | keltipc send B --replay - --no-timing
+
+SIGINT, SIGTERM and SIGHUP end it between two signals; a second one at once.
 
 If the device goes, send waits up to 60 s for it to come back, whatever --wait
 says.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -124,7 +125,10 @@ LogRecord parse_json_record(std::string_view line) {
 
 }  // namespace
 
-bool is_fault_line(std::string_view line) { return line.substr(0, fault_start.size()) == fault_start; }
+bool is_fault_line(std::string_view line) {
+  return line.size() > fault_start.size() && line.substr(0, fault_start.size()) == fault_start &&
+         std::isdigit(static_cast<unsigned char>(line[fault_start.size()])) != 0;
+}
 
 std::string fault_text(const std::string& fault) { return std::string(lost_or_wrong) + escape_text(fault); }
 

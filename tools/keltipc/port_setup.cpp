@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -57,7 +58,8 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
 
 void set_up_logging(int log_level, std::function<void(int level)> on_line) {
   namespace logging = ecu::vorn::logging;
-  logging::set_log_level(log_level);
+  constexpr int notice_level = 5;
+  logging::set_log_level(std::max(log_level, notice_level));
   // The level alone does not hold back warnings and what is above them.
   logging::set_sink(
       [log_level, on_line = std::move(on_line)](int level, const std::string& module, const std::string& text) {

@@ -19,7 +19,7 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
 Descriptor try_to_open_device(const std::string& device, int access);
 
 /// The library's lines of this level and the more urgent ones go to standard error, no others. `on_line` is called
-/// with the level of each line, shown or not. Lines leave errno as it is.
+/// with the level of each line that is a notice or more urgent, shown or not. Lines leave errno as it is.
 void set_up_logging(
     int log_level, std::function<void(int level)> on_line = [](int) {});
 

@@ -12,9 +12,11 @@ namespace keltipc {
 
 using std::chrono::microseconds;
 
-Replay::Replay(std::uint32_t start_id, double speed_factor) : frame_start_id(start_id), speed(speed_factor) {}
+Replay::Replay(std::uint32_t start_id, double speed_factor, std::chrono::duration<double> max_pause)
+    : frame_start_id(start_id), speed(speed_factor), longest_pause(max_pause) {}
 
 std::vector<Outgoing> Replay::next(std::string_view line) {
+  if (is_fault_line(line)) return {};
   LogRecord record = parse_log_line(line);
   if (!record.fault.empty()) return {};
   if (record.signal.signal_id == frame_start_id) {
@@ -35,11 +37,9 @@ std::vector<Outgoing> Replay::next(std::string_view line) {
 }
 
 microseconds Replay::pause_before(microseconds time) const {
-  constexpr std::chrono::hours longest(1'000'000);  // More would overflow the clock.
   if (is_first || speed == 0 || time < last_time) return microseconds(0);
   const std::chrono::duration<double, std::micro> scaled = (time - last_time) / speed;
-  return std::chrono::duration_cast<microseconds>(
-      std::min<std::chrono::duration<double, std::micro>>(scaled, longest));
+  return std::chrono::duration_cast<microseconds>(std::min(scaled, longest_pause));
 }
 
 }  // namespace keltipc

@@ -1,19 +1,22 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
 #include "commands.h"
 #include "exit_status.h"
+#include "graceful_stop.h"
 #include "hex.h"
 #include "input_error.h"
+#include "input_lines.h"
 #include "port_setup.h"
 #include "replay.h"
 #include "say.h"
@@ -23,21 +26,16 @@
 namespace keltipc {
 namespace {
 
-constexpr const char* standard_input = "-";
+using std::chrono::milliseconds;
+
+constexpr std::string_view standard_input = "-";
 
 /// Parses a line, or a SIGNAL of the command line. Throws InputError.
 using Parser = std::function<std::vector<Outgoing>(std::string_view)>;
 
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File open_file(const std::string& path) {
-  File file(std::fopen(path.c_str(), "re"), std::fclose);
-  if (file == nullptr) throw InputError(path, std::strerror(errno));
-  return file;
-}
-
 std::vector<char> read_payload_file(const std::string& path) {
-  const File file = open_file(path);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
+  if (file == nullptr) throw InputError(path, std::strerror(errno));
   std::vector<char> payload(longest_payload + 1);  // One more, to tell a file that is too long.
   payload.resize(std::fread(payload.data(), 1, payload.size(), file.get()));
   if (std::ferror(file.get()) != 0) throw InputError(path, std::strerror(errno));
@@ -55,53 +53,6 @@ std::vector<Outgoing> parse_signal(std::string_view text) {
   if (!parsed.file.empty()) parsed.payload = read_payload_file(parsed.file);
   return {{{parsed.word, 0, 0, std::move(parsed.payload)}}};
 }
-
-/// The lines of an input, without blanks around them. Skips those that are empty or begin with '#'.
-class InputLines {
- public:
-  enum class LastLine { may_lack_its_end, must_be_whole };
-
-  InputLines(std::FILE* input, std::string input_name, LastLine last)
-      : file(input), name(std::move(input_name)), last_line(last) {}
-  ~InputLines() { std::free(buffer); }
-  InputLines(const InputLines&) = delete;
-  InputLines& operator=(const InputLines&) = delete;
-
-  /// Moves to the next line; false at the end. Throws InputError when the input cannot be read.
-  bool next() {
-    ssize_t length = 0;
-    errno = 0;
-    while ((length = ::getline(&buffer, &capacity, file)) > 0) {
-      ++number;
-      const std::string_view line(buffer, static_cast<std::size_t>(length));
-      text = without_blanks_around(line);
-      if (text.empty() || text.front() == '#') continue;
-      if (line.back() == '\n' || last_line == LastLine::may_lack_its_end) return true;
-      say("warning: " + name + ", line " + std::to_string(number) + ": cut off (no line end), not sent");
-    }
-    // Not ferror(3), which says nothing of a line that is too long for the memory.
-    if (std::feof(file) == 0) throw InputError(name + " cannot be read: " + std::strerror(errno));
-    return false;
-  }
-
-  /// What `parse` makes of the line.
-  std::vector<Outgoing> parsed_by(const Parser& parse) const {
-    try {
-      return parse(text);
-    } catch (const InputError& error) {
-      throw InputError(name + ", line " + std::to_string(number) + ": " + quote(text) + ": " + error.what());
-    }
-  }
-
- private:
-  std::FILE* file;
-  std::string name;
-  LastLine last_line;
-  char* buffer = nullptr;
-  std::size_t capacity = 0;
-  std::string_view text;
-  std::size_t number = 0;
-};
 
 bool reads_standard_input(const SendOptions& options) {
   if (!options.replay.empty()) return options.replay == standard_input;
@@ -129,9 +80,9 @@ Parser make_parser(const SendOptions& options) {
   if (options.replay.empty()) return parse_signal;
   const std::uint32_t start_id =
       options.frame_start.empty() ? 0 : parse_named(parse_frame_start_id, options.frame_start, "--frame-start: ");
-  return [replay = Replay(start_id, options.no_timing ? 0 : options.speed)](std::string_view line) mutable {
-    return replay.next(line);
-  };
+  const std::chrono::duration<double> max_pause(options.max_pause);
+  return [replay = Replay(start_id, options.no_timing ? 0 : options.speed, max_pause)](
+             std::string_view line) mutable { return replay.next(line); };
 }
 
 /// The start frame that goes before the SIGNALs, if one is asked for.
@@ -150,20 +101,47 @@ std::vector<Outgoing> read_arguments(const SendOptions& options) {
   return result;
 }
 
-std::vector<Outgoing> read_log(const std::string& path, const Parser& parse) {
-  if (path == standard_input) return {};
-  const File file = open_file(path);
-  InputLines lines(file.get(), quote(path), InputLines::LastLine::must_be_whole);
-  std::vector<Outgoing> result;
-  while (lines.next()) {
-    for (Outgoing& outgoing : lines.parsed_by(parse)) result.push_back(std::move(outgoing));
-  }
-  return result;
+/// The lines to send: a log, or standard input.
+struct Input {
+  Descriptor file;
+  std::string name;
+  InputLines::Kind kind;
+  bool is_regular = false;  ///< can be read twice
+
+  InputLines lines() const { return {file.get(), name, kind}; }
+};
+
+/// Nothing if all that is to be sent is on the command line.
+std::optional<Input> open_input(const SendOptions& options) {
+  using Kind = InputLines::Kind;
+  const Kind kind = options.replay.empty() ? Kind::signals : Kind::log;
+  if (reads_standard_input(options)) return Input{Descriptor(::dup(STDIN_FILENO)), "standard input", kind};
+  if (kind == Kind::signals) return std::nullopt;
+  Input input{Descriptor(::open(options.replay.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC)), quote(options.replay),
+              kind};
+  struct stat record {};
+  if (!input.file || ::fstat(input.file.get(), &record) != 0) throw InputError(options.replay, std::strerror(errno));
+  input.is_regular = S_ISREG(record.st_mode);
+  if (!input.is_regular && options.repeat != 1) throw InputError(options.replay, "--repeat needs a regular file");
+  return input;
+}
+
+void warn_if_cut_off(const InputLines& lines) {
+  if (lines.was_cut_off()) say("warning: " + lines.place() + ": cut off (no line end), not sent");
+}
+
+/// Checks the whole log before anything is sent. Reads it once more for that, because it may be larger than the
+/// memory.
+void check_log(const Input& input, Parser parse) {
+  InputLines lines = input.lines();
+  while (lines.next()) lines.parsed_by(parse);
+  warn_if_cut_off(lines);
 }
 
 /// A bad line ends it with status 1, not 2: what was sent before cannot be taken back.
-void send_standard_input(Sender& sender, const Parser& parse, InputLines::LastLine last_line) {
-  InputLines lines(stdin, "standard input", last_line);
+void send_lines(const Input& input, Parser parse, Sender& sender) {
+  if (input.is_regular) ::lseek(input.file.get(), 0, SEEK_SET);
+  InputLines lines = input.lines();
   try {
     while (lines.next()) {
       for (const Outgoing& outgoing : lines.parsed_by(parse)) sender.send(outgoing);
@@ -171,29 +149,30 @@ void send_standard_input(Sender& sender, const Parser& parse, InputLines::LastLi
   } catch (const InputError& error) {
     throw std::runtime_error(error.what());
   }
+  if (!input.is_regular) warn_if_cut_off(lines);
 }
 
 }  // namespace
 
 int send_signals(const SendOptions& options) {
+  GracefulStop stop;
   require_device(options.device);
   require_something_to_send(options);
-  const Parser parse = make_parser(options);
   const std::vector<Outgoing> opening = opening_frame(options);
-  const bool is_replay = !options.replay.empty();
-  const std::vector<Outgoing> signals = is_replay ? read_log(options.replay, parse) : read_arguments(options);
+  const std::vector<Outgoing> signals = read_arguments(options);
+  const Parser parse = make_parser(options);
+  const std::optional<Input> input = open_input(options);
+  if (input && input->is_regular) check_log(*input, parse);
 
   // The library's writer opens the device itself, but it always retries for 60 s and does not say why it cannot open
   // it. So wait for the device here, as --wait says; this descriptor is closed again before the writer opens its own.
   if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
-  Sender sender(options.device, options.port.frame, std::chrono::milliseconds(options.gap), options.port.log_level);
+  Sender sender(options.device, options.port.frame, {milliseconds(options.gap), milliseconds(options.interval)},
+                options.port.log_level, stop);
   for (const Outgoing& outgoing : opening) sender.send(outgoing);
   for (unsigned int round = 0; round < options.repeat; ++round) {
     for (const Outgoing& outgoing : signals) sender.send(outgoing);
-  }
-  if (reads_standard_input(options)) {
-    using LastLine = InputLines::LastLine;
-    send_standard_input(sender, parse, is_replay ? LastLine::must_be_whole : LastLine::may_lack_its_end);
+    if (input) send_lines(*input, parse, sender);
   }
   return exit_done;
 }

@@ -1,5 +1,8 @@
 #include "sender.h"
 
+#include <fcntl.h>
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -23,12 +26,12 @@ constexpr std::chrono::seconds long_wait(10);
 
 }  // namespace
 
-Sender::Sender(const std::string& device_path, unsigned int frame_size, std::chrono::milliseconds gap, int log_level)
-    : device(device_path), least_gap(gap) {
-  // While it transmits, the writer logs errors only when its port has gone and it opens it again.
-  constexpr int error_level = 3;
-  set_up_logging(log_level, [this](int level) { was_reopened = was_reopened || level <= error_level; });
+Sender::Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level,
+               GracefulStop& graceful_stop)
+    : device(device_path), pace(its_pace), stop(graceful_stop) {
+  set_up_logging(log_level, [this](int level) { note_reopening(level); });
   with_payload_size(frame_size, [this](auto n) { transmit = open_writer<n>(); });
+  watch_room();
 }
 
 template <std::size_t N>
@@ -38,20 +41,56 @@ Sender::Transmit Sender::open_writer() const {
   return [writer](const IpcSignal& signal) { return writer->transmit_data(signal); };
 }
 
+/// While it transmits, the writer logs errors only when its port has gone and it opens it again, and a notice once it
+/// has: no signal is being sent in between.
+void Sender::note_reopening(int level) {
+  constexpr int error_level = 3;
+  constexpr int notice_level = 5;
+  if (level <= error_level) {
+    was_reopened = true;
+    stop.end();
+  } else if (level == notice_level) {
+    stop.begin(name);
+  }
+}
+
+/// The writer's own descriptor is private. If the device can be opened only once, then without.
+void Sender::watch_room() { room.emplace(try_to_open_device(device, O_WRONLY)); }
+
+/// Where the device has no room for a signal, the wait is before the signal and not in its middle.
+void Sender::wait_for_room() const {
+  pollfd port{room->get(), POLLOUT, 0};
+  if (*room) ::poll(&port, 1, -1);
+}
+
 void Sender::send(const Outgoing& outgoing) {
   wait_for_turn(outgoing);
   if (outgoing.signal.data.empty()) {
     say("signal " + to_hex(outgoing.signal.signal_id) + " has no data: no frame is written");
   }
   transmit_checked(outgoing.signal);
-  if (!outgoing.opens_sampling_frame) gap_end = Clock::now() + least_gap;
+  if (!outgoing.opens_sampling_frame) gap_end = Clock::now() + pace.gap;
 }
 
 /// Pauses count from when the signal before was due, not from when it was sent, so delays do not add up.
-void Sender::wait_for_turn(const Outgoing& outgoing) {
-  if (due == Clock::time_point{}) due = Clock::now();
+Sender::Clock::time_point Sender::turn_of(const Outgoing& outgoing) {
+  const auto now = Clock::now();
+  if (due == Clock::time_point{}) due = now;
   due += outgoing.pause;
-  const auto turn = outgoing.opens_sampling_frame ? due : std::max(due, gap_end);
+  if (outgoing.opens_sampling_frame) return due;
+  return pace.interval.count() == 0 ? std::max(due, gap_end) : next_interval(now);
+}
+
+/// Skips those that have begun already: a late signal is not followed by a burst.
+Sender::Clock::time_point Sender::next_interval(Clock::time_point now) {
+  if (interval_start == Clock::time_point{}) return interval_start = now;
+  interval_start += pace.interval;
+  if (interval_start < now) interval_start += ((now - interval_start) / pace.interval + 1) * pace.interval;
+  return interval_start;
+}
+
+void Sender::wait_for_turn(const Outgoing& outgoing) {
+  const auto turn = turn_of(outgoing);
   const auto wait = std::chrono::duration_cast<std::chrono::seconds>(turn - Clock::now());
   if (wait >= long_wait) say("the next signal is due in " + std::to_string(wait.count()) + " s");
   std::this_thread::sleep_until(turn);
@@ -60,13 +99,20 @@ void Sender::wait_for_turn(const Outgoing& outgoing) {
 /// The library does not report failed writes, but the last one leaves its error number in errno. After the writer has
 /// reopened its port errno says nothing, because the attempts to open it set it too.
 void Sender::transmit_checked(const IpcSignal& signal) {
+  name = "signal " + to_hex(signal.signal_id);
   was_reopened = false;
+  wait_for_room();
+  stop.begin(name);
   errno = 0;
   const bool has_port = transmit(signal);
   const int error = errno;
-  const std::string name = "signal " + to_hex(signal.signal_id);
   if (!has_port) throw std::runtime_error(quote(device) + " has gone: " + name + " was not sent");
-  if (error == 0 || was_reopened) return;
+  if (error != 0 && !was_reopened) refuse(error);
+  stop.end();
+  if (was_reopened) watch_room();
+}
+
+void Sender::refuse(int error) const {
   const bool is_wrong_size = error == EMSGSIZE || error == EINVAL;
   throw std::runtime_error("the device refused " + name + ": " + std::strerror(error) +
                            (is_wrong_size ? " (is --frame right?)" : ""));

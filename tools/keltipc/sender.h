@@ -2,8 +2,11 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
+#include "descriptor.h"
+#include "graceful_stop.h"
 #include "ipc/ipc_signal.h"
 #include "logging/logging.h"
 
@@ -16,12 +19,18 @@ struct Outgoing {
   bool opens_sampling_frame = false;
 };
 
+/// When signals are due, start frames not counted. Zero: at once.
+struct Pace {
+  std::chrono::milliseconds gap;       ///< least time from the end of a signal to the next
+  std::chrono::milliseconds interval;  ///< from start to start
+};
+
 /// Sends signals through a port, each when it is due.
 class Sender {
  public:
-  /// Opens the port. `gap`: the least time between two signals, start frames not counted. `log_level`: see
-  /// set_up_logging. Throws std::runtime_error if the port cannot be opened.
-  Sender(const std::string& device_path, unsigned int frame_size, std::chrono::milliseconds gap, int log_level);
+  /// Opens the port. `log_level`: see set_up_logging. Throws std::runtime_error if the port cannot be opened.
+  Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level,
+         GracefulStop& graceful_stop);
   ~Sender() { ecu::vorn::logging::set_sink({}); }
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
@@ -36,15 +45,25 @@ class Sender {
 
   template <std::size_t N>
   Transmit open_writer() const;
+  Clock::time_point turn_of(const Outgoing& outgoing);
+  Clock::time_point next_interval(Clock::time_point now);
   void wait_for_turn(const Outgoing& outgoing);
+  void note_reopening(int level);
+  void watch_room();
+  void wait_for_room() const;
   void transmit_checked(const ecu::vorn::ipc::IpcSignal& signal);
+  [[noreturn]] void refuse(int error) const;
 
   std::string device;
-  std::chrono::milliseconds least_gap;
+  Pace pace;
+  GracefulStop& stop;
   Transmit transmit;
+  std::optional<Descriptor> room;  ///< polled before each signal
+  std::string name;                ///< of the latest signal, for messages
   bool was_reopened = false;
   Clock::time_point due;
   Clock::time_point gap_end;
+  Clock::time_point interval_start;
 };
 
 }  // namespace keltipc

@@ -1,0 +1,66 @@
+#include "graceful_stop.h"
+
+#include <chrono>
+#include <csignal>
+#include <mutex>
+#include <thread>
+
+#include "say.h"
+#include "stop_signals.h"
+
+namespace keltipc {
+namespace {
+
+constexpr std::chrono::seconds longest_finish(5);
+
+/// Not by sigtimedwait(2), because the thread that waits must also see them while it writes to standard error.
+void end_at_next(const sigset_t& signals) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    if (::sigismember(&signals, signal) == 1) ::signal(signal, end_by_signal);
+  }
+  ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+}  // namespace
+
+struct GracefulStop::State {
+  const sigset_t signals = stop_signals();
+  std::mutex mutex;
+  std::string name;  ///< of the signal that is being sent; empty between signals
+  int stop = 0;      ///< the stop signal that has come
+};
+
+GracefulStop::GracefulStop() : state(std::make_shared<State>()) {
+  ::pthread_sigmask(SIG_BLOCK, &state->signals, nullptr);
+  std::thread([state = state] { wait_for_stop(*state); }).detach();
+}
+
+void GracefulStop::wait_for_stop(State& state) {
+  int signal = 0;
+  while (::sigwait(&state.signals, &signal) != 0) continue;
+  std::string name;
+  {
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.stop = signal;
+    name = state.name;
+    if (name.empty()) end_by_signal(signal);
+  }
+  end_at_next(state.signals);
+  say("finishing " + name + "; a second stop signal ends at once");
+  std::this_thread::sleep_for(longest_finish);
+  say("gave up in the middle of " + name);
+  end_by_signal(signal);
+}
+
+void GracefulStop::begin(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(state->mutex);
+  state->name = name;
+}
+
+void GracefulStop::end() {
+  const std::lock_guard<std::mutex> lock(state->mutex);
+  state->name.clear();
+  if (state->stop != 0) end_by_signal(state->stop);
+}
+
+}  // namespace keltipc

@@ -1,0 +1,99 @@
+#include "input_lines.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "hex.h"
+#include "log_record.h"
+#include "stop_request.h"
+
+namespace keltipc {
+namespace {
+
+constexpr std::size_t longest_line = std::size_t{1024} * 1024;
+
+/// What is kept of a line that is too long, for the message.
+constexpr std::size_t kept_of_long_line = 100;
+
+bool has_input(int fd, int timeout) {
+  pollfd input{fd, POLLIN, 0};
+  return ::poll(&input, 1, timeout) != 0;
+}
+
+}  // namespace
+
+bool InputLines::next() {
+  while (read_line()) {
+    ++number;
+    stripped = without_blanks_around(line);
+    if (stripped.empty()) continue;
+    if (stripped.front() == '#' && (kind == Kind::signals || !is_fault_line(stripped))) continue;
+    is_cut_off = kind == Kind::log && line.back() != '\n';
+    return !is_cut_off;
+  }
+  return false;
+}
+
+bool InputLines::would_wait() const {
+  return std::memchr(buffer.data() + begin, '\n', filled - begin) == nullptr && !has_input(fd, 0);
+}
+
+/// The next line, or what is left at the end of the input.
+bool InputLines::read_line() {
+  is_too_long = false;
+  for (std::size_t searched = 0;;) {
+    const char* const start = buffer.data() + begin;
+    const void* const end = std::memchr(start + searched, '\n', filled - begin - searched);
+    if (end != nullptr) {
+      cut(static_cast<std::size_t>(static_cast<const char*>(end) - start) + 1);
+      return true;
+    }
+    searched = filled - begin;
+    if (searched > longest_line) {
+      is_too_long = true;
+      searched = kept_of_long_line;
+      filled = begin + searched;
+    }
+    if (read_more()) continue;
+    cut(searched);
+    return !line.empty() && stop_signal() == 0;
+  }
+}
+
+/// Takes a line off the front.
+void InputLines::cut(std::size_t length) {
+  line = {buffer.data() + begin, length};
+  begin += length;
+}
+
+/// False at the end, or after a stop signal.
+bool InputLines::read_more() {
+  make_room();
+  for (;;) {
+    const ssize_t got = ::read(fd, buffer.data() + filled, buffer.size() - filled);
+    if (got >= 0) {
+      filled += static_cast<std::size_t>(got);
+      return got != 0;
+    }
+    // Another process that shares the descriptor made it non-blocking.
+    if (errno == EAGAIN) {
+      has_input(fd, -1);
+    } else if (errno != EINTR) {
+      throw InputError(name + " cannot be read: " + std::strerror(errno));
+    }
+    if (stop_signal() != 0) return false;
+  }
+}
+
+/// Moves what is left to the front. The buffer grows if that is not enough.
+void InputLines::make_room() {
+  std::memmove(buffer.data(), buffer.data() + begin, filled - begin);
+  filled -= begin;
+  begin = 0;
+  if (filled == buffer.size()) buffer.resize(2 * buffer.size());
+}
+
+}  // namespace keltipc

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "input_error.h"
+
+namespace keltipc {
+
+/// The lines of a file, a FIFO or standard input. Skips empty ones and comments. A line of up to 1 MiB is held.
+class InputLines {
+ public:
+  enum class Kind {
+    signals,  ///< each line that begins with # is a comment; the last line may lack its end
+    log,      ///< a fault is a line too; a last line without its end was cut off, and is skipped
+  };
+
+  /// `input_name` is for messages. The descriptor stays open.
+  InputLines(int input, std::string input_name, Kind its_kind)
+      : fd(input), name(std::move(input_name)), kind(its_kind) {}
+
+  /// Moves to the next line, until which the texts of the last are valid. Returns false at the end and after a stop
+  /// signal that note_stop_signals noted. Throws InputError if the input cannot be read.
+  bool next();
+
+  /// Without blanks around it. Only the beginning of a line that is too long.
+  std::string_view text() const { return stripped; }
+  /// As it was read, with its end.
+  std::string_view whole_line() const { return line; }
+
+  /// After the end: whether the last line was cut off.
+  bool was_cut_off() const { return is_cut_off; }
+
+  /// Whether `next` would have to wait for input.
+  bool would_wait() const;
+
+  /// "'log', line 3"
+  std::string place() const { return name + ", line " + std::to_string(number); }
+
+  /// What `parse` makes of the text; an InputError names the place and the text.
+  template <typename Parse>
+  auto parsed_by(Parse& parse) const {
+    try {
+      if (is_too_long) throw InputError("more than 1 MiB");
+      return parse(stripped);
+    } catch (const InputError& error) {
+      throw InputError(place() + ": " + quote(stripped) + ": " + error.what());
+    }
+  }
+
+ private:
+  bool read_line();
+  bool read_more();
+  void make_room();
+  void cut(std::size_t length);
+
+  int fd;
+  std::string name;
+  Kind kind;
+  std::vector<char> buffer = std::vector<char>(std::size_t{64} * 1024);
+  std::size_t begin = 0;   ///< of what `next` has not returned yet
+  std::size_t filled = 0;  ///< the end of what was read
+  std::string_view line;
+  std::string_view stripped;
+  std::size_t number = 0;
+  bool is_too_long = false;
+  bool is_cut_off = false;
+};
+
+}  // namespace keltipc
