@@ -34,26 +34,6 @@ struct ALogLine : testing::Test {
   Logger door = std::make_shared<logging::LogModule>("door");
 };
 
-TEST_F(ALogLine, IsWrittenUpToTheLogLevel) {
-  for (level = 4; level <= 7; ++level) {
-    log_line<Debug>(door, level);
-    log_line<Info>(door, level);
-    log_line<Notice>(door, level);
-  }
-  EXPECT_EQ(lines, (Transcript{"5 5", "6 6", "5 6", "7 7", "6 7", "5 7"}));
-}
-
-TEST_F(ALogLine, OfAModuleThatIsSwitchedOffIsWrittenFromWarningOn) {
-  level = 7;
-  door->enabled = false;
-  log_line<Notice>(door, "silent");
-  level = 1;
-  log_line<Warning>(door, "loud");
-  log_line<Error>(door, "loud");
-  log_line<Critical>(door, "loud");
-  EXPECT_EQ(lines, (Transcript{"4 loud", "3 loud", "2 loud"}));
-}
-
 TEST_F(ALogLine, EndsWhereTheLevelFallsOrItsModuleIsSwitchedOff) {
   level = 6;
   log_line<Info>(door, "kept", Act{[] { level = 5; }}, "dropped");

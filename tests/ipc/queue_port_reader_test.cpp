@@ -116,8 +116,3 @@ TEST_F(AReader, TakesZerosWhenItsFirstReadFails) {
   signal(5, "a");
   EXPECT_EQ(receive(), "05: 00, 0 { 61 }\n" + poll_failed) << "zeros open a sampling frame with the stamp 0";
 }
-
-TEST_F(AReader, WithoutAPortReturnsAtOnce) {
-  QueuePortReader<24>(nullptr).receive_data();
-  EXPECT_EQ(happened.back(), "ERROR The rx queue is not open, unable to read IPC data.");
-}

@@ -74,7 +74,9 @@ inline std::string complaint(const CLI::App& app, const CLI::ParseError& error) 
 inline int report(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) {
     app.exit(error);
-    return exit_done;
+    if (std::cout.flush()) return exit_done;
+    std::cerr << app.get_name() << ": cannot write to standard output" << std::endl;
+    return exit_failed;
   }
   std::cerr << app.get_name() + ": " + complaint(app, error) + help_hint(chosen_command(app)) + "\n";
   return exit_usage;

@@ -1,27 +1,24 @@
 #include "message_queue.h"
 
 #include <algorithm>
+#include <sstream>
 #include <utility>
-
-#include "hex.h"
 
 namespace keltipc {
 
-MessageQueue::MessageQueue(const QueueSettings& queue_settings, std::ostream& trace_output)
-    : settings(queue_settings), trace(trace_output) {}
+MessageQueue::MessageQueue(const QueueSettings& queue_settings)
+    : settings(queue_settings), trace(settings.trace), faults(settings.faults) {}
 
 void MessageQueue::push(std::string message) {
   if (messages.size() >= settings.depth) {
     ++dropped;
     return;
   }
-  ++accepted;
-  if (settings.lose_every != 0 && accepted % settings.lose_every == 0) {
-    ++lost;
-    return;
+  const auto due = Clock::now() + std::chrono::milliseconds(settings.delay_ms);
+  for (std::string& made : faults.apply(std::move(message))) {
+    trace.show(made);
+    messages.push_back({std::move(made), due});
   }
-  if (settings.trace > 0) show(message);
-  messages.push_back({std::move(message), Clock::now() + std::chrono::milliseconds(settings.delay_ms)});
 }
 
 bool MessageQueue::is_readable() const {
@@ -48,21 +45,11 @@ void MessageQueue::take_back(std::size_t popped) {
 }
 
 std::string MessageQueue::counts() const {
-  return std::to_string(passed) + (passed == 1 ? " message" : " messages") + " passed, " + std::to_string(lost) +
-         " lost, " + std::to_string(dropped) + " dropped, " + std::to_string(messages.size() + unread_elsewhere) +
-         " not read";
-}
-
-/// Header fields apart from the data: "5a 00 00 00  00 00  14 00  41 42 43 ..."
-void MessageQueue::show(const std::string& message) {
-  --settings.trace;
-  std::string line;
-  for (std::size_t i = 0; i < message.size(); ++i) {
-    const bool begins_field = i == 4 || i == 6 || i == 8;
-    line += i == 0 ? "" : begins_field ? "  " : " ";
-    append_hex_byte(line, message[i]);
-  }
-  trace << line << std::endl;
+  std::ostringstream text;
+  text << passed << (passed == 1 ? " message passed, " : " messages passed, ") << faults.lost << " lost, " << dropped
+       << " dropped, " << faults.duplicated << " duplicated, " << faults.swapped << " swapped, " << faults.corrupted
+       << " corrupted, " << messages.size() + faults.held_back() + unread_elsewhere << " not read";
+  return text.str();
 }
 
 }  // namespace keltipc
