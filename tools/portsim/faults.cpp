@@ -38,12 +38,12 @@ bool FaultSettings::are_random() const {
 
 std::vector<std::string> Faults::apply(std::string message) {
   ++number;
-  if (happens(settings.lose, Draw::lose)) {
+  if (happens(settings.lose, draw_loss)) {
     ++lost;
     return {};
   }
-  if (happens(settings.corrupt, Draw::corrupt)) invert_a_bit(message);
-  const bool twice = happens(settings.duplicate, Draw::duplicate);
+  if (happens(settings.corrupt, draw_damage)) invert_a_bit(message);
+  const bool twice = happens(settings.duplicate, draw_copy);
   duplicated += twice ? 1 : 0;
   std::vector<std::string> made(twice ? 2 : 1, message);
   if (!held.empty()) {
@@ -51,15 +51,13 @@ std::vector<std::string> Faults::apply(std::string message) {
     std::move(held.begin(), held.end(), std::back_inserter(made));
     held.clear();
     ++swapped;
-  } else if (happens(settings.swap, Draw::swap)) {
+  } else if (happens(settings.swap, draw_swap)) {
     held.swap(made);
   }
   return made;
 }
 
-std::uint64_t Faults::draw(Draw what) const {
-  return mix(mix(settings.seed + (std::uint64_t{static_cast<std::uint32_t>(what)} << 32)) + number);
-}
+std::uint64_t Faults::draw(Draw what) const { return mix(mix(settings.seed + (what << 32)) + number); }
 
 bool Faults::happens(const FaultRate& rate, Draw what) const {
   if (rate.every != 0) return number % rate.every == 0;
@@ -68,7 +66,7 @@ bool Faults::happens(const FaultRate& rate, Draw what) const {
 
 void Faults::invert_a_bit(std::string& message) {
   if (message.empty()) return;
-  const auto bit = static_cast<std::size_t>(draw(Draw::bit) % (message.size() * 8));
+  const auto bit = static_cast<std::size_t>(draw(draw_bit) % (message.size() * 8));
   message[bit / 8] = static_cast<char>(message[bit / 8] ^ (1 << bit % 8));
   ++corrupted;
 }

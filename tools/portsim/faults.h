@@ -46,7 +46,7 @@ class Faults {
   std::size_t swapped = 0;
 
  private:
-  enum class Draw : std::uint32_t { lose, corrupt, duplicate, swap, bit };
+  enum Draw : std::uint64_t { draw_loss, draw_damage, draw_copy, draw_swap, draw_bit };
 
   std::uint64_t draw(Draw what) const;
   bool happens(const FaultRate& rate, Draw what) const;

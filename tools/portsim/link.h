@@ -6,8 +6,7 @@
 
 namespace keltipc {
 
-/// Removes a link that leads nowhere, as a killed machine leaves one. Throws std::runtime_error for anything else
-/// that is at the path.
+/// Removes a link that leads nowhere. Throws std::runtime_error for anything else that is at the path.
 void make_room(const std::string& path);
 
 /// A symbolic link, removed with the object if it is still the one that was made. A child process removes it if this

@@ -91,9 +91,9 @@ void add_misbehaviour(CLI::App& app, Options& options) {
   app.option_defaults()->group("To test an application");
   FaultSettings& faults = options.queue.faults;
   add_fault(app, "--lose", faults.lose, "Lose every N-th message, or P% at random");
-  add_fault(app, "--corrupt", faults.corrupt, "Invert one bit, in so many messages");
-  add_fault(app, "--duplicate", faults.duplicate, "Deliver so many messages twice");
-  add_fault(app, "--swap", faults.swap, "Deliver so many messages after the next one");
+  add_fault(app, "--corrupt", faults.corrupt, "Invert one bit of every N-th, or of P%");
+  add_fault(app, "--duplicate", faults.duplicate, "Deliver every N-th twice, or P%");
+  add_fault(app, "--swap", faults.swap, "Deliver every N-th after the next one, or P%");
   app.add_option("--seed", options.seed, "Repeat the random faults of an earlier run")
       ->transform(whole_number(0))
       ->type_name("NUMBER");

@@ -1,13 +1,19 @@
 #include "message_queue.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <sstream>
 #include <utility>
 
+#include "hex.h"
+#include "stop.h"
+
 namespace keltipc {
 
-MessageQueue::MessageQueue(const QueueSettings& queue_settings)
-    : settings(queue_settings), trace(settings.trace), faults(settings.faults) {}
+MessageQueue::MessageQueue(const QueueSettings& queue_settings) : settings(queue_settings), faults(settings.faults) {}
 
 void MessageQueue::push(std::string message) {
   if (messages.size() >= settings.depth) {
@@ -15,9 +21,10 @@ void MessageQueue::push(std::string message) {
     return;
   }
   const auto due = Clock::now() + std::chrono::milliseconds(settings.delay_ms);
-  for (std::string& made : faults.apply(std::move(message))) {
-    trace.show(made);
-    messages.push_back({std::move(made), due});
+  const auto delivered = faults.apply(std::move(message));
+  for (const std::string& one : delivered) {
+    if (settings.trace > 0) trace(one);
+    messages.push_back({one, due});
   }
 }
 
@@ -50,6 +57,20 @@ std::string MessageQueue::counts() const {
        << " dropped, " << faults.duplicated << " duplicated, " << faults.swapped << " swapped, " << faults.corrupted
        << " corrupted, " << messages.size() + faults.held_back() + unread_elsewhere << " not read";
   return text.str();
+}
+
+/// Header fields apart from the data: "5a 00 00 00  00 00  14 00  41 42 43 ..."
+void MessageQueue::trace(const std::string& message) {
+  --settings.trace;
+  std::string line;
+  for (std::size_t i = 0; i < message.size(); ++i) {
+    const bool begins_field = i == 4 || i == 6 || i == 8;
+    line += i == 0 ? "" : begins_field ? "  " : " ";
+    append_hex_byte(line, message[i]);
+  }
+  if (write_unless_stopped(STDOUT_FILENO, line + "\n")) return;
+  settings.trace = 0;
+  say(std::string("the trace ends here: ") + std::strerror(errno));
 }
 
 }  // namespace keltipc

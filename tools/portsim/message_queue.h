@@ -6,7 +6,6 @@
 #include <string>
 
 #include "faults.h"
-#include "trace.h"
 
 namespace keltipc {
 
@@ -57,8 +56,9 @@ class MessageQueue {
     Clock::time_point due;
   };
 
+  void trace(const std::string& message);
+
   QueueSettings settings;
-  Trace trace;
   Faults faults;
   std::deque<Message> messages;
   std::size_t passed = 0;

@@ -147,7 +147,7 @@ class Relay {
   MessageQueue& queue;
   std::string incoming;
   std::string outgoing;
-  Clock::time_point whole_at;  ///< when nothing spoke for an interrupted writer, the last time
+  Clock::time_point whole_at;  ///< the last time at which no writer seemed to be interrupted
 };
 
 /// A hang-up discards the messages that the line holds, so wait until they are read. Only polling can find that out.
