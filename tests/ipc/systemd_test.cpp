@@ -110,7 +110,9 @@ TEST_F(ASystemd, ReadsProperties) {
   EXPECT_EQ(systemd.get_property_value_array("d", "i", "/p", "Some"), bus.list);
   bus.list.clear();
   EXPECT_EQ(systemd.get_property_value_array("d", "i", "/p", "Some"), Transcript{});
-  EXPECT_EQ(happened, Transcript(3, "d /p i Some"));
+  EXPECT_EQ(systemd.get_property_value("d", "i", "/p", "Some"), "");
+  EXPECT_EQ(systemd.get_object_instance("d", "i", "/p", "Some"), "");
+  EXPECT_EQ(text(happened), "d /p i Some\nd /p i Some\nd /p i Some\nd /p i Some\nd /p i LoadUnit Some\n");
 }
 
 TEST_F(ASystemd, LogsAPropertyThatCannotBeRead) {
