@@ -94,13 +94,8 @@ TEST_F(AReader, KeepsAStopRequestUntilAQuietSlice) {
   signal(5, "a");
   quiet();
   EXPECT_EQ(receive(), "05: 00, 1 { 61 }\non_timeout\n" + stopped);
-}
-
-TEST_F(AReader, StopsOncePerRequest) {
-  quiet_and_stop();
-  receive();
   quiet();
-  EXPECT_EQ(receive(), "on_timeout\n" + poll_failed);
+  EXPECT_EQ(receive(), "on_timeout\n" + poll_failed) << "one stop for each request";
 }
 
 TEST_F(AReader, KeepsThePreviousFramesBytesAfterAShortRead) {
