@@ -118,7 +118,7 @@ class Printer : public ipc::IDataConsumer<ipc::IpcSignal> {
   // Without a descriptor of our own, this is the only sign of a hang-up.
   bool repeats_at_once(const ipc::IpcSignal& signal) {
     const auto now = std::chrono::steady_clock::now();
-    const bool is_soon = now - std::exchange(last_time, now) < 1ms;
+    const bool is_soon = now - std::exchange(last_time, now) < std::chrono::milliseconds(1);
     const bool is_same = signal.signal_id == last.signal_id && signal.data == last.data;
     is_repeating = !port.works() && is_same && (is_soon || is_repeating);
     if (!is_repeating) return false;
