@@ -63,7 +63,7 @@ bool write_unless_stopped(int fd, const std::string& text) {
   ::pthread_sigmask(SIG_SETMASK, &usual, nullptr);
   if (came != 0) {
     ::fcntl(fd, F_SETFL, flags);
-    ::raise(came);
+    ::kill(::getpid(), came);
     came = 0;
   }
   errno = error;
