@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -129,8 +128,6 @@ class KELTIPC_EXPORT Systemd {
   /// @}
 
  private:
-  KELTIPC_NO_EXPORT std::optional<std::string> state_word(const std::string& unit, const std::string& property);
-
   std::string service_name;
   std::string manager_interface;
   std::string unit_interface;

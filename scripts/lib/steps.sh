@@ -1,7 +1,6 @@
 # shellcheck shell=bash
 # Sourced: step TITLE COMMAND [ARG...]   runs a command under a heading, and prints how long it took
-#          wait_for COMMAND [ARG...]     tries a command until it succeeds, for up to half a minute or KELTIPC_TEST_SECONDS
-#          end_with_script               makes each background command a process group that ends with the script
+#          wait_for COMMAND [ARG...]     tries a command until it succeeds, for up to half a minute
 
 step() {
   local began=$SECONDS
@@ -11,16 +10,10 @@ step() {
 }
 
 wait_for() {
-  local last=$((SECONDS + ${KELTIPC_TEST_SECONDS:-30}))
-  until "$@" >/dev/null 2>&1; do
-    ((SECONDS < last)) || { printf '%s: gave up waiting for: %s\n' "$0" "$*" >&2; return 1; }
+  for _ in {1..1000}; do
+    ! "$@" >/dev/null 2>&1 || return 0
     sleep 0.03
   done
-}
-
-end_with_script() {
-  set -m
-  trap 'jobs -p | xargs -rI{} kill -- -{}' EXIT
-  trap 'exit 130' INT
-  trap 'exit 143' TERM
+  printf '%s: gave up waiting for: %s\n' "$0" "$*" >&2
+  return 1
 }

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <map>
-#include <new>
 
 #include "locks.h"
 #include "logging/logging.h"
@@ -23,14 +22,10 @@ std::atomic<int> global_level{6};
 }  // namespace
 
 std::shared_ptr<LogModule> module(const std::string& name) {
-  try {
-    const std::lock_guard<std::mutex> lock(registry_mutex());
-    std::shared_ptr<LogModule>& entry = registry()[name];
-    if (entry == nullptr) entry = std::make_shared<LogModule>(name);
-    return entry;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  const std::lock_guard<std::mutex> lock(registry_mutex());
+  std::shared_ptr<LogModule>& entry = registry()[name];
+  if (entry == nullptr) entry = std::make_shared<LogModule>(name);
+  return entry;
 }
 
 int get_log_level() { return global_level.load(std::memory_order_relaxed); }

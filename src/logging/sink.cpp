@@ -26,14 +26,15 @@ class SinkRun {
   SinkRun& operator=(const SinkRun&) = delete;
 };
 
-void deliver(int level, const std::string& module, const std::string& text) {
-  if (runs_sink()) return stderr_sink(level, module, text);
-  // A sink may replace itself: this copy keeps it until its call returns, and is destroyed after the unlock.
-  std::shared_ptr<const Sink> sink;
-  const std::lock_guard<std::mutex> lock(output_mutex());
-  sink = sink_in_force();
+void run_sink(const Sink* sink, int level, const std::string& module, const std::string& text) {
   const SinkRun run;
-  sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
+  try {
+    sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
+  } catch (const abi::__forced_unwind&) {
+    throw;  // pthread_cancel(3) unwinds the thread with this exception, which must not be swallowed
+  } catch (...) {
+    // Deliberate: a sink that throws loses its line, because a logging call must not throw when its output failed.
+  }
 }
 
 }  // namespace
@@ -47,12 +48,14 @@ void set_sink(Sink sink) {
 
 void hand_to_sink(int level, const std::string& module, const std::string& text) {
   const int callers_errno = errno;
-  try {
-    deliver(level, module, text);
-  } catch (const abi::__forced_unwind&) {
-    throw;  // pthread_cancel(3) unwinds the thread with this exception, which must not be swallowed
-  } catch (...) {
-    // Deliberate: the line is lost, because a logging call must not throw when its output failed.
+  if (runs_sink()) {
+    stderr_sink(level, module, text);
+  } else {
+    // A sink may replace itself: this copy keeps it until its call returns, and is destroyed after the unlock.
+    std::shared_ptr<const Sink> sink;
+    const std::lock_guard<std::mutex> lock(output_mutex());
+    sink = sink_in_force();
+    run_sink(sink.get(), level, module, text);
   }
   errno = callers_errno;
 }

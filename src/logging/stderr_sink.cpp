@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -21,15 +22,16 @@ const char* level_name(int level) {
 
 /// UTC with milliseconds, ISO 8601: 2024-05-04T12:30:01.250Z
 std::string time_stamp() {
-  // Not std::chrono::system_clock, because on 32-bit ARM libstdc++'s ends in January 2038.
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
+  using namespace std::chrono;
+  const auto now = system_clock::now();
+  const std::time_t seconds = system_clock::to_time_t(now);
+  const auto millis = static_cast<int>(duration_cast<milliseconds>(now.time_since_epoch()).count() % 1000);
   std::tm utc{};
-  ::gmtime_r(&now.tv_sec, &utc);
+  ::gmtime_r(&seconds, &utc);
   std::array<char, 24> date{};
   std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-  std::array<char, 24> fraction{};
-  std::snprintf(fraction.data(), fraction.size(), ".%03ldZ", now.tv_nsec / 1'000'000);
+  std::array<char, 8> fraction{};
+  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", millis);
   return std::string(date.data()) + fraction.data();
 }
 

@@ -20,7 +20,7 @@ port() {
   rm -f "$1.said"
   keltipc-portsim --backend "${KELTIPC_BACKEND:-pty}" "$@" >"$1.said" 2>&1 &
   printf -v "$1" %d $!
-  until [[ -s $1.said ]] || ! kill -0 $!; do sleep 0.02; done
+  soon grep -q . "$1.said"
 }
 
 # start NAME COMMAND...: starts a command. "$NAME" is its process, NAME holds its output, and NAME.said its messages.
@@ -30,8 +30,8 @@ start() {
   printf -v "$1" %d $!
 }
 
-# signals DEVICE [OPTION...]: what a dump prints, without the time and the device.
-signals() { keltipc dump "$@" 2>said | sed 's/.* //'; }
+# signals DEVICE [OPTION...]: the signals that a dump prints, without the time and the device.
+signals() { keltipc dump "$@" 2>said | sed '/^#/d; s/.* //'; }
 
 # end PROCESS [SIGNAL]: ends a process and returns its exit status.
 end() { kill -"${2-TERM}" "$1" && wait "$1"; }

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <chrono>
-#include <ctime>
 
 namespace keltipc {
 
-/// Since 1970, UTC; jumps when somebody sets the clock. Not std::chrono::system_clock, because on 32-bit ARM
-/// libstdc++'s ends in January 2038.
+/// Since 1970, UTC; jumps when somebody sets the clock.
 inline std::chrono::microseconds utc_now() {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  return std::chrono::seconds(now.tv_sec) + std::chrono::microseconds(now.tv_nsec / 1000);
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
 }
 
 /// For differences: never jumps.

@@ -16,6 +16,10 @@ class Descriptor {
     if (fd >= 0) ::close(fd);
   }
   Descriptor(Descriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(fd, other.fd);
+    return *this;
+  }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
 

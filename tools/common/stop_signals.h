@@ -4,9 +4,15 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <chrono>
+
 #include "descriptor.h"
 
 namespace keltipc {
+
+/// A stop signal that comes within this time after another is not a second request: timeout(1) sends its signal to
+/// the process and then to its group, so it comes twice.
+constexpr std::chrono::milliseconds same_request(50);
 
 /// SIGINT, SIGTERM and, unless it is ignored as under nohup(1), SIGHUP.
 inline sigset_t stop_signals() {
@@ -32,7 +38,7 @@ inline Descriptor open_stop_signals() {
   sigemptyset(&one);
   sigaddset(&one, signal);
   ::signal(signal, SIG_DFL);
-  ::raise(signal);
+  ::kill(::getpid(), signal);
   ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
   ::_exit(128 + signal);  // The first process of a container does not die of its own signal.
 }

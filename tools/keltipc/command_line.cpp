@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
@@ -12,7 +15,7 @@
 #include "input_error.h"
 #include "out_of_memory.h"
 #include "say.h"
-#include "standard_streams.h"
+#include "stop_signals.h"
 #include "unit_manager.h"
 #include "usage.h"
 #include "whole_number.h"
@@ -128,6 +131,8 @@ void add_source(CLI::App& command, ReceiveOptions& options) {
 }
 
 void declare_watch(CLI::App& command, ReceiveOptions& options) {
+  // The library's lines would break the table, whose head tells of faults.
+  options.port.log_level = 0;
   add_source(command, options);
   add_receive_options(command, options);
   command.footer(watch_help);
@@ -151,6 +156,13 @@ void add_form_options(CLI::App& command, DumpOptions& options) {
   command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on\nstandard error");
 }
 
+void add_tee(CLI::App& command, DumpOptions& options) {
+  command.add_option("--tee", options.tee, "Pass each message on to PORT, byte for byte")
+      ->type_name("PORT")
+      ->check(not_empty("no port is named"))
+      ->group("The port");
+}
+
 void add_end_options(CLI::App& command, DumpOptions& options) {
   command.option_defaults()->group("When it ends");
   command.add_option("-n", options.count, "End after COUNT lines")->transform(whole_number(1))->type_name("COUNT");
@@ -158,11 +170,14 @@ void add_end_options(CLI::App& command, DumpOptions& options) {
       ->transform(whole_number(1, 1'000'000'000))
       ->type_name("MS");
   command.add_flag("--follow", options.follow, "When the port goes, wait until it comes back");
+  command.add_flag("--strict", options.strict,
+                   "Status 1 if a signal was lost or came wrong, or a\nmessage had a wrong size");
 }
 
 void declare_dump(CLI::App& command, DumpOptions& options) {
   add_source(command, options);
   add_receive_options(command, options);
+  add_tee(command, options);
   add_form_options(command, options);
   add_end_options(command, options);
   command.footer(dump_help);
@@ -310,6 +325,14 @@ int run_tool(int argc, char** argv) {
   }
 }
 
+/// Where a standard stream was closed, the next device opened would get its number, and messages meant for people
+/// would go to the device. Opened the wrong way round, so that using the stream still fails.
+void occupy_closed_streams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) == -1) ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 }  // namespace
 }  // namespace keltipc
 
@@ -317,7 +340,9 @@ int main(int argc, char** argv) {
   std::set_new_handler([] { keltipc::end_without_memory("keltipc: out of memory\n"); });
   keltipc::occupy_closed_streams();
   try {
-    return keltipc::run_tool(argc, argv);
+    const int status = keltipc::run_tool(argc, argv);
+    if (status > 128) keltipc::end_by_signal(status - 128);
+    return status;
   } catch (const std::exception& error) {
     keltipc::say(error.what());
     return keltipc::exit_failed;

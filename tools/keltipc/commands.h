@@ -39,6 +39,8 @@ struct ReceiveOptions {
   std::string source;
   std::string frame_start = "0";
   bool follow = false;
+  bool strict = false;
+  std::string tee;  ///< the port to which messages are passed on, if any
 };
 
 struct DumpOptions : ReceiveOptions {

@@ -5,7 +5,7 @@
 #include "commands.h"
 #include "exit_status.h"
 #include "line_writer.h"
-#include "receiving_client.h"
+#include "receiver.h"
 #include "signal_table.h"
 
 namespace keltipc {
@@ -13,18 +13,23 @@ namespace {
 
 using std::chrono::milliseconds;
 
-class Dump : public ReceivingClient {
+class Dump : public Receiver {
  public:
   explicit Dump(const DumpOptions& dump_options)
-      : ReceivingClient(dump_options), options(dump_options), writer(make_line_writer(dump_options, steady_now())) {
+      : Receiver(dump_options), options(dump_options), writer(make_line_writer(dump_options, steady_now())) {
     table.start_interval(steady_now());
   }
 
-  std::optional<Outcome> on_message(const char* bytes, std::size_t size) override {
-    auto signal = signal_from(bytes, size);
+  std::optional<Outcome> on_message(std::optional<ecu::vorn::ipc::IpcSignal>&& signal) override {
     if (signal && options.stats) table.add(*signal, steady_now());
     if (options.frames) return print_frame();
     return signal ? print(writer.line({line_time(), source.device, std::move(*signal), {}})) : std::nullopt;
+  }
+
+  /// With --frames, the frames have marks.
+  std::optional<Outcome> on_fault(const std::string& device, const std::string& fault) override {
+    if (options.frames) return std::nullopt;
+    return write_out(writer.line({line_time(), device, {}, fault}) + "\n");
   }
 
   Clock::time_point due() const override {
@@ -38,7 +43,7 @@ class Dump : public ReceivingClient {
 
   std::optional<Outcome> print_frame() {
     const Frame& frame = reception.frame();
-    if (!frame.is_short && !passes_filters(frame.id, frame.status)) return std::nullopt;
+    if (!frame.is_short && !reception.passes_filters(frame.id, frame.status)) return std::nullopt;
     return print(writer.frame_line(line_time(), source.device, frame));
   }
 
@@ -50,7 +55,7 @@ class Dump : public ReceivingClient {
   }
 
   std::string report() override {
-    std::string text = ReceivingClient::report();
+    std::string text = Receiver::report();
     if (!options.stats) return text;
     const auto now = steady_now();
     table.close_interval(now);

@@ -15,6 +15,9 @@ constexpr std::chrono::seconds longest_finish(5);
 
 /// Not by sigtimedwait(2), because the thread that waits must also see them while it writes to standard error.
 void end_at_next(const sigset_t& signals) {
+  std::this_thread::sleep_for(same_request);
+  constexpr timespec no_time{};
+  while (::sigtimedwait(&signals, nullptr, &no_time) > 0) continue;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     if (::sigismember(&signals, signal) == 1) ::signal(signal, end_by_signal);
   }

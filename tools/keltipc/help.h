@@ -48,6 +48,8 @@ with -t: the time and ID: STATUS, STAMP { BYTES }, where STAMP is that of the
 last start frame; a terminal shows 64 bytes at most. Elsewhere the log line that
 'keltipc send --replay' takes back:
   (SECONDS.MICROS) DEVICE ID:STATUS:STAMP#HEX
+In DEVICE, blanks, backslashes, control characters and bytes that are not UTF-8
+are written \xHH.
 
 Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
 status:
@@ -57,16 +59,23 @@ status:
 Everything after the first comma is a filter. If the path contains a comma, use
 a symbolic link.
 
-SIGINT, SIGTERM and SIGHUP end it at once.
-Status: 0 done; 1 failed, or the port has gone; 2 usage; 124 the device could
-not be opened, or no line was printed within --idle; 128 + n after signal n.)";
+Where something is lost or wrong, a line "# (SECONDS.MICROS) DEVICE lost or
+wrong: ..." says so.
+
+SIGINT, SIGTERM and SIGHUP end it at once, a second one in its report too.
+Status: 0 done; 1 failed, or the port has gone, or see --strict; 2 usage; 124 a
+port could not be opened, or no line was printed within --idle; 128 + n after
+signal n.)";
 
 constexpr const char* watch_help =
-    R"(A row an identifier, drawn once a second: count, signals a second, shortest and
+    R"(A port has one reader. A second one takes messages away from the first, and
+both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
+
+A row an identifier, drawn once a second: count, signals a second, shortest and
 longest length, last status, time since the last signal, and the first bytes of
 its payload. Bytes that changed within the last second are in reverse video. The
-first line has the frames and the rates, the second what was lost or wrong.
-Ctrl+C ends it and leaves the last table.
+first line has the frames and the rates, the second what was lost or wrong, the
+third the last fault, if there was one. Ctrl+C ends it and leaves the last table.
 
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "commands.h"
+#include "frame.h"
 #include "log_record.h"
-#include "reception.h"
 
 namespace keltipc {
 

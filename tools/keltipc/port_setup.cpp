@@ -22,12 +22,12 @@ using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds look_again(100);
 
-std::string why_not(const std::string& device, int error) {
+}  // namespace
+
+std::string why_not_opened(const std::string& device, int error) {
   const std::string reason = "cannot open " + quote(device) + ": " + std::strerror(error);
   return error == EBUSY ? reason + " (who has it open? 'fuser -v " + escape_word(device) + "')" : reason;
 }
-
-}  // namespace
 
 Descriptor try_to_open_device(const std::string& device, int access) {
   struct stat record {};
@@ -46,7 +46,7 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
     const int error = errno;
     const bool is_late = steady_clock::now() >= deadline;
     const std::string for_how_long = is_late ? "" : "; trying for " + std::to_string(seconds) + " s";
-    if (error != said) say(why_not(device, error) + for_how_long);
+    if (error != said) say(why_not_opened(device, error) + for_how_long);
     if (is_late) {
       if (seconds != 0) say("gave up on " + quote(device) + " after " + std::to_string(seconds) + " s");
       return Descriptor(-1);

@@ -18,6 +18,9 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
 /// One attempt. `errno` says why the descriptor is empty.
 Descriptor try_to_open_device(const std::string& device, int access);
 
+/// "cannot open '/dev/qport0': Permission denied"
+std::string why_not_opened(const std::string& device, int error);
+
 /// The library's lines of this level and the more urgent ones go to standard error, no others. `on_line` is called
 /// with the level of each line that is a notice or more urgent, shown or not. Lines leave errno as it is.
 void set_up_logging(

@@ -6,91 +6,78 @@
 #include <string>
 #include <vector>
 
+#include "frame.h"
+#include "frame_order.h"
 #include "ipc/ipc_signal.h"
+#include "loss_detector.h"
+#include "signal_text.h"
 
 namespace keltipc {
 
-/// One message of a port.
-struct Frame {
-  bool is_short = false;  ///< less than a frame: all of it is in `payload`
-  std::uint32_t id = 0;
-  std::uint8_t status = 0;
-  std::uint16_t chunk = 0;
-  std::uint16_t total_size = 0;
-  std::vector<char> payload;
-  std::string mark;  ///< what is special or wrong about it; usually empty
-};
-
-/// Puts a port's frames together with the library's own processor, as an application would, and counts what the
-/// processor does not report: frames that are missing, repeated, mixed up or short.
+/// Puts a port's frames together with the library's own processor, as an application would, and notes what the
+/// processor does not report: what was lost, and what is wrong.
 class Reception {
  public:
   /// Takes a whole frame, and returns the signal that it completes, if any.
   using Processor = std::function<std::optional<ecu::vorn::ipc::IpcSignal>(const char* frame)>;
 
-  Reception(std::size_t frame_bytes, std::uint32_t frame_start_id);
+  Reception(std::size_t frame_bytes, std::uint32_t frame_start_id, std::vector<Filter> signal_filters);
 
-  /// Takes what read(2) gave, and returns the signal that it completes, if any. `frame` then describes it.
+  /// Takes what read(2) gave, and returns the signal that it completes, if it passes the filters. `frame` then
+  /// describes the message.
   std::optional<ecu::vorn::ipc::IpcSignal> take(const char* bytes, std::size_t size);
   const Frame& frame() const { return current; }
+  bool passes_filters(std::uint32_t id, std::uint8_t status) const { return passes(filters, id, status); }
 
-  /// Drops a half received signal, which counts as incomplete, and waits for a start frame again. The counts go on.
+  /// Nothing more comes, which cuts off a half received signal.
+  void end();
+
+  /// Waits for a start frame again. The counts go on.
   void restart();
 
-  /// What came, and what is wrong with it: a sentence or two.
+  /// What came, and what was lost or wrong: a sentence or two.
   std::vector<std::string> summary(const std::string& device) const;
 
-  /// "1 gap, 2 repeats"; empty if nothing is wrong.
+  /// "2 signals; 1 repetition"; empty if nothing is wrong.
   std::string faults() const;
 
+  /// What was lost or wrong since the last call, in words.
+  std::vector<std::string> take_faults() { return losses.take_faults(); }
+
+  /// Whether a signal was lost, or a message had a wrong size.
+  bool has_losses() const { return losses.counts().lost + count.wrong_size != 0; }
+
+  /// Those of signals, early and misplaced frames leave out what does not pass the filters.
   struct Counts {
     std::uint64_t signals = 0;
     std::uint64_t bytes = 0;
     std::uint64_t frames = 0;
     std::uint64_t starts = 0;
-    std::uint64_t before_start = 0;
-    std::uint64_t incomplete = 0;
-    std::uint64_t gaps = 0;
-    std::uint64_t repeats = 0;
-    std::uint64_t steps_back = 0;
-    std::uint64_t mixed = 0;
-    std::uint64_t short_messages = 0;
-    std::uint64_t swallowed =
-        0;  ///< came whole, and the processor took its bytes for those that a signal before lacked
-    std::uint64_t doubtful = 0;
+    std::uint64_t in_place = 0;
+    std::uint64_t early = 0;  ///< before the first start frame
+    std::uint64_t misplaced = 0;
+    std::uint64_t wrong_size = 0;
   };
   const Counts& counts() const { return count; }
 
  private:
-  /// The signal of which the last frame was a part.
-  struct Sequence {
-    std::uint32_t id;
-    std::uint16_t total_size;
-    std::uint16_t chunk;
-    bool is_whole_so_far;
-  };
-
-  void parse(const char* bytes);
-  std::string check();
-  std::string check_start(std::uint64_t stamp);
-  std::string check_place();
-  std::string check_first_chunk();
-  std::string check_next_chunk();
-  std::string note_short(std::size_t size);
-  bool is_within_signal() const;
-  bool has_come_whole() const;
-  void begin_signal();
-  void give_up_signal();
+  void note_wrong_size(const char* bytes, std::size_t size);
+  void note_start();
+  void note_early();
+  void note_data(bool is_copy, bool completes);
 
   std::size_t frame_size;
   std::uint32_t start_id;
+  std::vector<Filter> filters;
   Processor process;
+  FrameOrder order;
+  LossDetector losses;
   Frame current;
+  std::vector<char> before;  ///< the message before
   bool has_started = false;
-  std::optional<Sequence> last;
-  bool in_doubt = false;
+  bool is_early = false;
   Counts count;
-  std::string short_message;
+  std::string wrong_size;  ///< of the last message that had one
 };
 
 }  // namespace keltipc

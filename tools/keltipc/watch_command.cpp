@@ -11,7 +11,7 @@
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"
-#include "receiving_client.h"
+#include "receiver.h"
 #include "signal_table.h"
 
 namespace keltipc {
@@ -35,14 +35,17 @@ std::string cut(const std::string& line, std::size_t width) {
 
 volatile std::sig_atomic_t was_resized = 0;
 
-class WatchTable : public ReceivingClient {
+class WatchTable : public Receiver {
  public:
-  explicit WatchTable(const ReceiveOptions& options) : ReceivingClient(options) {
-    table.start_interval(steady_now());
+  explicit WatchTable(const ReceiveOptions& options) : Receiver(options) { table.start_interval(steady_now()); }
+
+  std::optional<Outcome> on_message(std::optional<ecu::vorn::ipc::IpcSignal>&& signal) override {
+    if (signal) table.add(*signal, steady_now());
+    return std::nullopt;
   }
 
-  std::optional<Outcome> on_message(const char* bytes, std::size_t size) override {
-    if (const auto signal = signal_from(bytes, size)) table.add(*signal, steady_now());
+  std::optional<Outcome> on_fault(const std::string&, const std::string& fault) override {
+    last_fault = fault;
     return std::nullopt;
   }
 
@@ -66,6 +69,7 @@ class WatchTable : public ReceivingClient {
     // Without the last column, where a character would make some terminals wrap.
     const std::size_t width = std::max<std::size_t>(size.ws_col, 2) - 1;
     std::vector<std::string> lines = table.lines(width, steady_now());
+    if (!last_fault.empty()) lines.insert(lines.begin(), cut("the last: " + last_fault, width));
     lines.insert(lines.begin(), {cut(head(), width), cut(losses(), width)});
     const std::size_t room = size.ws_row > 2 ? size.ws_row - 1U : 1;
     const std::size_t hidden = lines.size() > room ? lines.size() - room + 1 : 0;
@@ -105,6 +109,7 @@ class WatchTable : public ReceivingClient {
   }
 
   SignalTable table;
+  std::string last_fault;
   bool is_first = true;
   Clock::time_point next_refresh = Clock::now();
   Clock::time_point interval_start = Clock::now();

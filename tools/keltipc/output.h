@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace keltipc {
+
+/// How a command ends: its exit status, and a sentence for standard error, or an empty one.
+struct Outcome {
+  int status;
+  std::string sentence;
+  bool is_quiet = false;  ///< nobody reads what it prints, so nothing more is said
+};
+
+/// Writes all of `text` to standard output; after a stop signal, what fits there without waiting. Returns nothing on
+/// success, else how the command ends: quietly if nobody reads it, with 128 + n after stop signal n, which also
+/// interrupts a write that blocks.
+std::optional<Outcome> write_out(std::string_view text);
+
+/// 128 + n, once stop signal n has come
+std::optional<Outcome> outcome_of_stop_signal();
+
+}  // namespace keltipc

@@ -1,0 +1,40 @@
+#include "tee.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace keltipc {
+
+void Tee::begin(const char* bytes, std::size_t size) {
+  message.assign(bytes, bytes + size);
+  passed = 0;
+}
+
+int Tee::advance() {
+  while (is_busy()) {
+    const ssize_t done = ::write(port.get(), message.data() + passed, message.size() - passed);
+    if (done > 0) {
+      passed += static_cast<std::size_t>(done);
+    } else if (done == 0 || errno == EAGAIN) {
+      return 0;
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+void Tee::finish_within(std::chrono::milliseconds limit) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + limit;
+  while (is_busy() && port.is_open() && advance() == 0 && is_busy()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return;
+    pollfd room{port.get(), POLLOUT, 0};
+    ::poll(&room, 1, static_cast<int>(left));
+  }
+}
+
+}  // namespace keltipc

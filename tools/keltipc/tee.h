@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "kept_port.h"
+
+namespace keltipc {
+
+/// Passes messages on to a port, byte for byte.
+class Tee {
+ public:
+  explicit Tee(KeptPort opened) : port(std::move(opened)) {}
+
+  /// Takes the next message; the one before must have been passed on.
+  void begin(const char* bytes, std::size_t size);
+
+  /// Whether a message is not yet passed on, or not all of it.
+  bool is_busy() const { return passed < message.size(); }
+
+  /// Writes what the port takes without waiting. Returns the error number if it fails.
+  int advance();
+
+  /// Waits until the message is passed on, but not longer than that.
+  void finish_within(std::chrono::milliseconds limit);
+
+  /// The port that comes back gets the whole message.
+  void close() {
+    port.close();
+    passed = 0;
+  }
+
+  KeptPort port;
+
+ private:
+  std::vector<char> message;
+  std::size_t passed = 0;
+};
+
+}  // namespace keltipc
