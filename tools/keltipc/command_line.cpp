@@ -42,6 +42,9 @@ void add_port_options(CLI::App& command, PortOptions& options) {
       ->transform(whole_number(0, 1'000'000))
       ->type_name("SECONDS")
       ->capture_default_str();
+}
+
+void add_log_level(CLI::App& command, PortOptions& options) {
   command
       .add_option("--log-level", options.log_level,
                   "Show the library's log lines up to this level:\n2 critical, 3 errors, 4 warnings, 5 notices,\n"
@@ -87,6 +90,7 @@ void declare_send(CLI::App& command, SendOptions& options) {
       ->type_name("ID=STAMP")
       ->check(not_empty("no identifier is given"));
   add_port_options(command, options.port);
+  add_log_level(command, options.port);
   const auto gap = command.add_option("--gap", options.gap, "Wait at least that long between two signals")
                        ->transform(whole_number(0, 1'000'000'000))
                        ->type_name("MS")
@@ -120,6 +124,7 @@ void add_receive_options(CLI::App& command, ReceiveOptions& options) {
       ->type_name("ID")
       ->capture_default_str();
   add_port_options(command, options.port);
+  add_log_level(command, options.port);
 }
 
 void add_source(CLI::App& command, ReceiveOptions& options) {
@@ -181,6 +186,25 @@ void declare_dump(CLI::App& command, DumpOptions& options) {
   add_form_options(command, options);
   add_end_options(command, options);
   command.footer(dump_help);
+}
+
+void declare_check(CLI::App& command, CheckOptions& options) {
+  command.add_option("DEVICE", options.device, "The port's device")->required()->option_text(" ");
+  command.add_flag("--receive", options.receive, "Read messages, which the application does not get");
+  command.add_option("--send", options.send, "Write three signals of one frame each")->type_name("ID");
+  command.add_flag("--loop-back", options.loop_back, "Both, on a port whose messages come back");
+  command.add_flag("--removal", options.removal, "Then ask to remove the port, and look what is left");
+  add_port_options(command, options.port);
+  command.add_option("--idle", options.idle, "Wait that long for a message; after that, status 124")
+      ->transform(whole_number(1, 1'000'000))
+      ->type_name("MS")
+      ->capture_default_str();
+  command.add_option("--depth-limit", options.depth_limit, "Write at most COUNT messages to fill the port")
+      ->transform(whole_number(1, 1'000'000))
+      ->type_name("COUNT")
+      ->capture_default_str();
+  command.add_flag("--json", options.json, "Print JSON, one object a row");
+  command.footer(check_help);
 }
 
 /// A subcommand that is `declare`d with options of its own and runs with them.
@@ -307,6 +331,9 @@ int run_tool(int argc, char** argv) {
   add_command(app, run, "watch",
               "Show a table of the signals that a port receives.\nOnly one process may read a port.", declare_watch,
               watch_signals);
+  add_command(app, run, "check",
+              "Say whether a port does what the library relies on.\nNeeds one of --receive, --send and --loop-back.",
+              declare_check, check_port);
   add_unit(app, run);
   add_target(app, run);
   app.footer(tool_help);

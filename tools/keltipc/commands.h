@@ -59,6 +59,21 @@ int dump_signals(const DumpOptions& options);
 /// Shows a table of the signals that the port receives, until something ends it.
 int watch_signals(const ReceiveOptions& options);
 
+struct CheckOptions {
+  PortOptions port;
+  std::string device;
+  std::string send;
+  bool receive = false;
+  bool loop_back = false;
+  bool removal = false;
+  bool json = false;
+  unsigned int depth_limit = 1000;
+  unsigned int idle = 10'000;
+};
+
+/// Prints whether the port does what the library relies on.
+int check_port(const CheckOptions& options);
+
 /// What all commands that queue jobs have in common.
 struct JobOptions {
   bool wait = false;

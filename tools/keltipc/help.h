@@ -80,6 +80,17 @@ third the last fault, if there was one. Ctrl+C ends it and leaves the last table
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";
 
+constexpr const char* check_help =
+    R"(Prints a row for each property: a verdict, what was measured, and what the
+library needs; nothing is needed in a row that informs. 'differs' says what it
+costs, and which page says more. A call that hangs becomes such a row.
+
+Messages that are read are lost to the application. No signal that is sent is
+harmless: a receiver that runs takes it for a real one.
+
+Status: 0 all that is needed holds; 1 a needed row differs or was not tried;
+2 usage; 124 the device could not be opened, or nothing came within --idle.)";
+
 constexpr const char* unit_help =
     R"(start, stop, restart and reload take root or a polkit rule; see keltipc(1).
 

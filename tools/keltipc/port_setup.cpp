@@ -29,19 +29,19 @@ std::string why_not_opened(const std::string& device, int error) {
   return error == EBUSY ? reason + " (who has it open? 'fuser -v " + escape_word(device) + "')" : reason;
 }
 
-Descriptor try_to_open_device(const std::string& device, int access) {
+Descriptor try_to_open_device(const std::string& device, int access, int more_flags) {
   struct stat record {};
   if (::stat(device.c_str(), &record) != 0) return Descriptor(-1);
   // Opening something else may block or have effects of its own.
   if (!S_ISCHR(record.st_mode)) throw InputError(device, "not a character device");
-  return Descriptor(::open(device.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  return Descriptor(::open(device.c_str(), access | more_flags | O_NOCTTY | O_CLOEXEC));
 }
 
-Descriptor open_device(const std::string& device, int access, unsigned int seconds) {
+Descriptor open_device(const std::string& device, int access, unsigned int seconds, int more_flags) {
   if (device.empty()) throw InputError(device, "no device is named");
   const auto deadline = steady_clock::now() + std::chrono::seconds(seconds);
   for (int said = 0;;) {
-    Descriptor opened = try_to_open_device(device, access);
+    Descriptor opened = try_to_open_device(device, access, more_flags);
     if (opened) return opened;
     const int error = errno;
     const bool is_late = steady_clock::now() >= deadline;

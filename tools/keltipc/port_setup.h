@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -10,13 +12,13 @@
 // What each command does before it uses a port.
 namespace keltipc {
 
-/// Opens a character device, non-blocking, for O_RDONLY or O_WRONLY. While that fails it says why on standard error
-/// and tries again, for that many seconds; then the descriptor is empty. Throws InputError for a path that is
-/// something else.
-Descriptor open_device(const std::string& device, int access, unsigned int seconds);
+/// Opens a character device for O_RDONLY or O_WRONLY, non-blocking unless `more_flags` says otherwise. While that
+/// fails it says why on standard error and tries again, for that many seconds; then the descriptor is empty. Throws
+/// InputError for a path that is something else.
+Descriptor open_device(const std::string& device, int access, unsigned int seconds, int more_flags = O_NONBLOCK);
 
 /// One attempt. `errno` says why the descriptor is empty.
-Descriptor try_to_open_device(const std::string& device, int access);
+Descriptor try_to_open_device(const std::string& device, int access, int more_flags = O_NONBLOCK);
 
 /// "cannot open '/dev/qport0': Permission denied"
 std::string why_not_opened(const std::string& device, int error);
