@@ -1,5 +1,6 @@
 #include "hex.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -8,22 +9,32 @@
 namespace keltipc {
 namespace {
 
-constexpr std::string_view separators = ". \t";
+bool is_separator(char c) { return c == '.' || c == ' ' || c == '\t'; }
+
+/// The value of each hex digit, 16 for other characters. A table, because logs are long.
+constexpr std::array<unsigned char, 256> make_digit_values() {
+  std::array<unsigned char, 256> values{};
+  for (auto& value : values) value = 16;
+  for (unsigned char i = 0; i < 10; ++i) values['0' + i] = i;
+  for (unsigned char i = 10; i < 16; ++i) values['a' + i - 10] = values['A' + i - 10] = i;
+  return values;
+}
+
+constexpr auto digit_values = make_digit_values();
 
 void refuse_prefix(std::string_view text) {
   if (text.size() > 1 && text[0] == '0' && (text[1] | 0x20) == 'x') throw InputError("write it without 0x");
 }
 
 unsigned int digit_value(char c) {
-  if (!is_hex_digit(c)) throw InputError(quote({&c, 1}) + " is not a hex digit");
-  return c <= '9' ? static_cast<unsigned int>(c - '0') : (static_cast<unsigned int>(c) | 0x20U) - 'a' + 10;
+  const unsigned int value = digit_values[static_cast<unsigned char>(c)];
+  if (value > 15) throw InputError(quote({&c, 1}) + " is not a hex digit");
+  return value;
 }
 
 char byte_at_front(std::string_view text) {
   const unsigned int high = digit_value(text.front());
-  if (text.size() < 2 || separators.find(text[1]) != std::string_view::npos) {
-    throw InputError("odd number of hex digits");
-  }
+  if (text.size() < 2 || is_separator(text[1])) throw InputError("odd number of hex digits");
   return static_cast<char>((high << 4U) | digit_value(text[1]));
 }
 
@@ -36,7 +47,7 @@ std::string_view without_blanks_around(std::string_view text) {
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-bool is_hex_digit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+bool is_hex_digit(char c) { return digit_values[static_cast<unsigned char>(c)] < 16; }
 
 std::optional<std::uint64_t> parse_hex(std::string_view text, std::uint64_t limit) {
   std::uint64_t value = 0;
@@ -57,13 +68,14 @@ std::vector<char> parse_payload(std::string_view text) {
   std::vector<char> payload;
   text = without_blanks_around(text);
   refuse_prefix(text);
+  payload.reserve(std::min(text.size() / 2, longest_payload));
   while (!text.empty()) {
     if (payload.size() == longest_payload) throw InputError("more than 65535 bytes");
     payload.push_back(byte_at_front(text));
     text.remove_prefix(2);
-    const std::size_t next = text.find_first_not_of(separators);
-    if (next == std::string_view::npos && !text.empty()) throw InputError("no byte after the last dot");
-    if (!text.empty()) text.remove_prefix(next);
+    if (text.empty() || !is_separator(text.front())) continue;
+    while (!text.empty() && is_separator(text.front())) text.remove_prefix(1);
+    if (text.empty()) throw InputError("no byte after the last dot");
   }
   return payload;
 }

@@ -127,8 +127,8 @@ void add_receive_options(CLI::App& command, ReceiveOptions& options) {
   add_log_level(command, options.port);
 }
 
-void add_source(CLI::App& command, ReceiveOptions& options) {
-  command
+CLI::Option* add_source(CLI::App& command, ReceiveOptions& options) {
+  return command
       .add_option("DEVICE", options.source,
                   "The port's device. Filters may follow, see below:\nDEVICE[,ID:MASK][,ID~MASK]...")
       ->required()
@@ -179,12 +179,34 @@ void add_end_options(CLI::App& command, DumpOptions& options) {
                    "Status 1 if a signal was lost or came wrong, or a\nmessage had a wrong size");
 }
 
+/// A log instead of a port: without the options for ports.
+void add_read_options(CLI::App& command, DumpOptions& options, CLI::Option* device) {
+  command.option_defaults()->group("A log");
+  const auto read = command
+                        .add_option("-r,--read", options.read,
+                                    "Print what dump has recorded in LOG, log lines or\nJSON; - is standard input. "
+                                    "Filters may follow")
+                        ->type_name("LOG")
+                        ->check(not_empty("no log is named"))
+                        ->excludes(device);
+  for (const char* name :
+       {"--frame", "--frame-start", "--wait", "--log-level", "--frames", "--idle", "--follow", "--tee"}) {
+    read->excludes(command.get_option(name));
+  }
+  command
+      .add_option("--since", options.since, "Only from that time on: @SECONDS, or UTC such as\n2024-12-27T03:34:56Z")
+      ->type_name("TIME")
+      ->needs(read);
+  command.add_option("--until", options.until, "Only before that time")->type_name("TIME")->needs(read);
+}
+
 void declare_dump(CLI::App& command, DumpOptions& options) {
-  add_source(command, options);
+  const auto device = add_source(command, options)->required(false);
   add_receive_options(command, options);
   add_tee(command, options);
   add_form_options(command, options);
   add_end_options(command, options);
+  add_read_options(command, options, device);
   command.footer(dump_help);
 }
 

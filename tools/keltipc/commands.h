@@ -51,7 +51,13 @@ struct DumpOptions : ReceiveOptions {
   bool json = false;
   bool log = false;
   bool stats = false;
+  std::string read;  ///< the log to read instead of a port, with filters
+  std::string since;
+  std::string until;
 };
+
+/// Prints the lines of a log.
+int dump_log(const DumpOptions& options);
 
 /// Prints what the port receives until something ends it.
 int dump_signals(const DumpOptions& options);

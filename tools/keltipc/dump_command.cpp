@@ -4,6 +4,7 @@
 #include "clock.h"
 #include "commands.h"
 #include "exit_status.h"
+#include "input_error.h"
 #include "line_writer.h"
 #include "receiver.h"
 #include "signal_table.h"
@@ -72,6 +73,10 @@ class Dump : public Receiver {
 
 }  // namespace
 
-int dump_signals(const DumpOptions& options) { return Dump(options).run(); }
+int dump_signals(const DumpOptions& options) {
+  if (!options.read.empty()) return dump_log(options);
+  if (options.source.empty()) throw InputError("give the DEVICE to read, or a log with -r");
+  return Dump(options).run();
+}
 
 }  // namespace keltipc

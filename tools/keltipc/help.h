@@ -62,6 +62,10 @@ a symbolic link.
 Where something is lost or wrong, a line "# (SECONDS.MICROS) DEVICE lost or
 wrong: ..." says so.
 
+-r prints a log, a file or a FIFO: off a terminal, and without --json, --log or
+-t, as it stands there. Rates, ages and -t d|z count by the times of the log. A
+bad line is named and passed over; the status is then 1.
+
 SIGINT, SIGTERM and SIGHUP end it at once, a second one in its report too.
 Status: 0 done; 1 failed, or the port has gone, or see --strict; 2 usage; 124 a
 port could not be opened, or no line was printed within --idle; 128 + n after

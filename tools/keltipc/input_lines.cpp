@@ -8,7 +8,6 @@
 
 #include "hex.h"
 #include "log_record.h"
-#include "stop_request.h"
 
 namespace keltipc {
 namespace {
@@ -37,10 +36,6 @@ bool InputLines::next() {
   return false;
 }
 
-bool InputLines::would_wait() const {
-  return std::memchr(buffer.data() + begin, '\n', filled - begin) == nullptr && !has_input(fd, 0);
-}
-
 /// The next line, or what is left at the end of the input.
 bool InputLines::read_line() {
   is_too_long = false;
@@ -59,7 +54,7 @@ bool InputLines::read_line() {
     }
     if (read_more()) continue;
     cut(searched);
-    return !line.empty() && stop_signal() == 0;
+    return !line.empty() && !was_ended;
   }
 }
 
@@ -69,23 +64,25 @@ void InputLines::cut(std::size_t length) {
   begin += length;
 }
 
-/// False at the end, or after a stop signal.
+bool InputLines::is_over() {
+  if (wait && !has_input(fd, 0)) was_ended = !wait();
+  return was_ended;
+}
+
+/// False at the end.
 bool InputLines::read_more() {
   make_room();
-  for (;;) {
+  while (!is_over()) {
     const ssize_t got = ::read(fd, buffer.data() + filled, buffer.size() - filled);
     if (got >= 0) {
       filled += static_cast<std::size_t>(got);
       return got != 0;
     }
+    if (errno != EAGAIN && errno != EINTR) throw InputError(name + " cannot be read: " + std::strerror(errno));
     // Another process that shares the descriptor made it non-blocking.
-    if (errno == EAGAIN) {
-      has_input(fd, -1);
-    } else if (errno != EINTR) {
-      throw InputError(name + " cannot be read: " + std::strerror(errno));
-    }
-    if (stop_signal() != 0) return false;
+    if (errno == EAGAIN) has_input(fd, -1);
   }
+  return false;
 }
 
 /// Moves what is left to the front. The buffer grows if that is not enough.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,12 +17,15 @@ class InputLines {
     log,      ///< a fault is a line too; a last line without its end was cut off, and is skipped
   };
 
-  /// `input_name` is for messages. The descriptor stays open.
-  InputLines(int input, std::string input_name, Kind its_kind)
-      : fd(input), name(std::move(input_name)), kind(its_kind) {}
+  /// Called when the input pauses; waits for more, or returns false to end it.
+  using Wait = std::function<bool()>;
 
-  /// Moves to the next line, until which the texts of the last are valid. Returns false at the end and after a stop
-  /// signal that note_stop_signals noted. Throws InputError if the input cannot be read.
+  /// `input_name` is for messages. The descriptor stays open. Without `on_pause`, read(2) waits.
+  InputLines(int input, std::string input_name, Kind its_kind, Wait on_pause = {})
+      : fd(input), name(std::move(input_name)), kind(its_kind), wait(std::move(on_pause)) {}
+
+  /// Moves to the next line, until which the texts of the last are valid. Returns false at the end. Throws InputError
+  /// if the input cannot be read.
   bool next();
 
   /// Without blanks around it. Only the beginning of a line that is too long.
@@ -32,15 +36,12 @@ class InputLines {
   /// After the end: whether the last line was cut off.
   bool was_cut_off() const { return is_cut_off; }
 
-  /// Whether `next` would have to wait for input.
-  bool would_wait() const;
-
   /// "'log', line 3"
   std::string place() const { return name + ", line " + std::to_string(number); }
 
   /// What `parse` makes of the text; an InputError names the place and the text.
   template <typename Parse>
-  auto parsed_by(Parse& parse) const {
+  auto parsed_by(Parse&& parse) const {
     try {
       if (is_too_long) throw InputError("more than 1 MiB");
       return parse(stripped);
@@ -52,12 +53,14 @@ class InputLines {
  private:
   bool read_line();
   bool read_more();
+  bool is_over();
   void make_room();
   void cut(std::size_t length);
 
   int fd;
   std::string name;
   Kind kind;
+  Wait wait;
   std::vector<char> buffer = std::vector<char>(std::size_t{64} * 1024);
   std::size_t begin = 0;   ///< of what `next` has not returned yet
   std::size_t filled = 0;  ///< the end of what was read
@@ -66,6 +69,7 @@ class InputLines {
   std::size_t number = 0;
   bool is_too_long = false;
   bool is_cut_off = false;
+  bool was_ended = false;  ///< by `wait`
 };
 
 }  // namespace keltipc

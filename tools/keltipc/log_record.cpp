@@ -48,12 +48,6 @@ std::uint32_t decimal(std::string_view text) {
   return value;
 }
 
-microseconds time_stamp(std::string_view text) {
-  const std::string_view whole = take_until(text, ".", "invalid time stamp: write (SECONDS.MICROS)");
-  if (text.size() != micros_digits) throw InputError("invalid time stamp: six digits after the dot");
-  return seconds(decimal(whole)) + microseconds(decimal(text));
-}
-
 /// The fields that both forms write in hexadecimal
 void set_fields(ecu::vorn::ipc::IpcSignal& signal, std::string_view id, std::string_view stamp,
                 std::string_view data) {
@@ -65,7 +59,7 @@ void set_fields(ecu::vorn::ipc::IpcSignal& signal, std::string_view id, std::str
 /// Takes "SECONDS.MICROS) DEVICE " off the front of `line`.
 LogRecord take_time_and_device(std::string_view& line) {
   LogRecord record{};
-  record.time = time_stamp(take_until(line, ") ", log_form));
+  record.time = parse_seconds(take_until(line, ") ", log_form));
   const auto device = unescape_word(take_until(line, " ", log_form));
   if (!device) throw InputError("invalid escape in the device: a backslash must begin \\xHH");
   record.device = *device;
@@ -159,6 +153,12 @@ std::string to_json_line(const LogRecord& record) {
 std::string seconds_text(microseconds time) {
   if (time < microseconds(0)) return "-" + seconds_text(-time);
   return std::to_string(std::chrono::duration_cast<seconds>(time).count()) + micros_text(time);
+}
+
+microseconds parse_seconds(std::string_view text) {
+  const std::string_view whole = take_until(text, ".", "invalid time stamp: write (SECONDS.MICROS)");
+  if (text.size() != micros_digits) throw InputError("invalid time stamp: six digits after the dot");
+  return seconds(decimal(whole)) + microseconds(decimal(text));
 }
 
 std::string utc_text(microseconds time) {

@@ -43,6 +43,9 @@ std::string fault_text(const std::string& fault);
 /// 1735270496.916858
 std::string seconds_text(std::chrono::microseconds time);
 
+/// The other way round: seconds of up to 32 bits, and six digits after the dot. Throws InputError.
+std::chrono::microseconds parse_seconds(std::string_view text);
+
 /// 2024-12-27T03:34:56.916858Z
 std::string utc_text(std::chrono::microseconds time);
 

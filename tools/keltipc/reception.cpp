@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "counted.h"
 #include "escape.h"
 #include "hex.h"
 #include "ipc/signal_processor.h"
@@ -52,10 +53,6 @@ Reception::Processor make_processor(std::uint32_t start_id) {
 
 Reception::Processor make_processor(std::size_t frame_bytes, std::uint32_t start_id) {
   return with_payload_size(frame_bytes, [&](auto n) { return make_processor<n>(start_id); });
-}
-
-std::string counted(std::uint64_t number, const char* one, const char* more) {
-  return std::to_string(number) + " " + (number == 1 ? one : more);
 }
 
 }  // namespace

@@ -106,6 +106,7 @@ struct Input {
   Descriptor file;
   std::string name;
   InputLines::Kind kind;
+  Parser parser;            ///< to be copied for each pass: that of a log remembers the lines before
   bool is_regular = false;  ///< can be read twice
 
   InputLines lines() const { return {file.get(), name, kind}; }
@@ -115,10 +116,13 @@ struct Input {
 std::optional<Input> open_input(const SendOptions& options) {
   using Kind = InputLines::Kind;
   const Kind kind = options.replay.empty() ? Kind::signals : Kind::log;
-  if (reads_standard_input(options)) return Input{Descriptor(::dup(STDIN_FILENO)), "standard input", kind};
+  Parser parser = make_parser(options);
+  if (reads_standard_input(options)) {
+    return Input{Descriptor(::dup(STDIN_FILENO)), "standard input", kind, std::move(parser)};
+  }
   if (kind == Kind::signals) return std::nullopt;
   Input input{Descriptor(::open(options.replay.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC)), quote(options.replay),
-              kind};
+              kind, std::move(parser)};
   struct stat record {};
   if (!input.file || ::fstat(input.file.get(), &record) != 0) throw InputError(options.replay, std::strerror(errno));
   input.is_regular = S_ISREG(record.st_mode);
@@ -132,14 +136,16 @@ void warn_if_cut_off(const InputLines& lines) {
 
 /// Checks the whole log before anything is sent. Reads it once more for that, because it may be larger than the
 /// memory.
-void check_log(const Input& input, Parser parse) {
+void check_log(const Input& input) {
+  Parser parse = input.parser;
   InputLines lines = input.lines();
   while (lines.next()) lines.parsed_by(parse);
   warn_if_cut_off(lines);
 }
 
 /// A bad line ends it with status 1, not 2: what was sent before cannot be taken back.
-void send_lines(const Input& input, Parser parse, Sender& sender) {
+void send_lines(const Input& input, Sender& sender) {
+  Parser parse = input.parser;
   if (input.is_regular) ::lseek(input.file.get(), 0, SEEK_SET);
   InputLines lines = input.lines();
   try {
@@ -160,9 +166,8 @@ int send_signals(const SendOptions& options) {
   require_something_to_send(options);
   const std::vector<Outgoing> opening = opening_frame(options);
   const std::vector<Outgoing> signals = read_arguments(options);
-  const Parser parse = make_parser(options);
   const std::optional<Input> input = open_input(options);
-  if (input && input->is_regular) check_log(*input, parse);
+  if (input && input->is_regular) check_log(*input);
 
   // The library's writer opens the device itself, but it always retries for 60 s and does not say why it cannot open
   // it. So wait for the device here, as --wait says; this descriptor is closed again before the writer opens its own.
@@ -172,7 +177,7 @@ int send_signals(const SendOptions& options) {
   for (const Outgoing& outgoing : opening) sender.send(outgoing);
   for (unsigned int round = 0; round < options.repeat; ++round) {
     for (const Outgoing& outgoing : signals) sender.send(outgoing);
-    if (input) send_lines(*input, parse, sender);
+    if (input) send_lines(*input, sender);
   }
   return exit_done;
 }

@@ -1,0 +1,51 @@
+#include "time_range.h"
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "input_error.h"
+#include "log_record.h"
+
+namespace keltipc {
+namespace {
+
+constexpr const char* complaint = "not a time: write @SECONDS, or UTC as in 2024-12-27T03:34:56Z";
+
+/// Not by timegm(3), whose time_t ends in 2038 on 32-bit systems.
+std::int64_t days_since_1970(const std::tm& date) {
+  constexpr std::array<int, 12> days_before{0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+  const auto leap_days = [](int year) { return year / 4 - year / 100 + year / 400; };
+  const int year = date.tm_year + 1900;
+  const int latest_february = date.tm_mon > 1 ? year : year - 1;
+  return std::int64_t{365} * (year - 1970) + leap_days(latest_february) - leap_days(1969) +
+         days_before.at(static_cast<std::size_t>(date.tm_mon)) + date.tm_mday - 1;
+}
+
+/// "2024-12-27T03:34:56" -> "1735270496"
+std::string utc_seconds(const std::string& text) {
+  std::tm date{};
+  const char* const end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &date);
+  if (end == nullptr || *end != '\0') throw InputError(complaint);
+  const std::int64_t hours = days_since_1970(date) * 24 + date.tm_hour;
+  return std::to_string((hours * 60 + date.tm_min) * 60 + date.tm_sec);
+}
+
+}  // namespace
+
+std::chrono::microseconds parse_time(std::string_view text) {
+  const bool is_utc = !text.empty() && text.back() == 'Z';
+  if (!is_utc && (text.empty() || text.front() != '@')) throw InputError(complaint);
+  const std::string number(is_utc ? text.substr(0, text.size() - 1) : text.substr(1));
+  const std::string whole = number.substr(0, number.find('.'));
+  std::string digits = whole == number ? "0" : number.substr(whole.size() + 1);
+  if (digits.empty()) throw InputError(complaint);
+  if (digits.size() < 6) digits.append(6 - digits.size(), '0');
+  const auto time = parse_seconds((is_utc ? utc_seconds(whole) : whole) + "." + digits);
+  // strptime(3) also takes February 30, and fields that are shorter.
+  if (is_utc && utc_text(time).compare(0, whole.size(), whole) != 0) throw InputError(complaint);
+  return time;
+}
+
+}  // namespace keltipc
