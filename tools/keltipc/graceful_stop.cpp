@@ -13,8 +13,11 @@ namespace {
 
 constexpr std::chrono::seconds longest_finish(5);
 
-/// Not by sigtimedwait(2), because the thread that waits must also see them while it writes to standard error.
+/// Not by sigtimedwait(2) alone, because the thread that waits must also see them while it writes to standard error.
 void end_at_next(const sigset_t& signals) {
+  std::this_thread::sleep_for(same_request);
+  constexpr timespec none{};
+  while (::sigtimedwait(&signals, nullptr, &none) > 0) continue;
   std::this_thread::sleep_for(same_request);
   constexpr timespec no_time{};
   while (::sigtimedwait(&signals, nullptr, &no_time) > 0) continue;
@@ -50,7 +53,7 @@ void GracefulStop::wait_for_stop(State& state) {
   }
   end_at_next(state.signals);
   say("finishing " + name + "; a second stop signal ends at once");
-  std::this_thread::sleep_for(longest_finish);
+  std::this_thread::sleep_for(longest_finish - same_request);
   say("gave up in the middle of " + name);
   end_by_signal(signal);
 }

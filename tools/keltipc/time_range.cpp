@@ -11,7 +11,7 @@
 namespace keltipc {
 namespace {
 
-constexpr const char* complaint = "not a time: write @SECONDS, or UTC as in 2024-12-27T03:34:56Z";
+constexpr const char* complaint = "not a time: write @SECONDS, or UTC as in 2024-12-27T03:34:56.5Z";
 
 /// Not by timegm(3), whose time_t ends in 2038 on 32-bit systems.
 std::int64_t days_since_1970(const std::tm& date) {
@@ -40,8 +40,8 @@ std::chrono::microseconds parse_time(std::string_view text) {
   const std::string number(is_utc ? text.substr(0, text.size() - 1) : text.substr(1));
   const std::string whole = number.substr(0, number.find('.'));
   std::string digits = whole == number ? "0" : number.substr(whole.size() + 1);
-  if (digits.empty()) throw InputError(complaint);
-  if (digits.size() < 6) digits.append(6 - digits.size(), '0');
+  if (digits.empty() || digits.size() > 6) throw InputError(complaint);
+  digits.append(6 - digits.size(), '0');
   const auto time = parse_seconds((is_utc ? utc_seconds(whole) : whole) + "." + digits);
   // strptime(3) also takes February 30, and fields that are shorter.
   if (is_utc && utc_text(time).compare(0, whole.size(), whole) != 0) throw InputError(complaint);
