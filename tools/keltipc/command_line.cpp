@@ -196,8 +196,12 @@ void add_read_options(CLI::App& command, DumpOptions& options, CLI::Option* devi
   command
       .add_option("--since", options.since, "Only from that time on: @SECONDS, or UTC such as\n2024-12-27T03:34:56Z")
       ->type_name("TIME")
+      ->check(not_empty("no time is given"))
       ->needs(read);
-  command.add_option("--until", options.until, "Only before that time")->type_name("TIME")->needs(read);
+  command.add_option("--until", options.until, "Only before that time")
+      ->type_name("TIME")
+      ->check(not_empty("no time is given"))
+      ->needs(read);
 }
 
 void declare_dump(CLI::App& command, DumpOptions& options) {
