@@ -2,6 +2,22 @@
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
+# Definitions for sources that read the clock, or examine files: a 64-bit time_t on 32-bit systems, where such calls fail
+# after January 2038 otherwise. Empty if the C library has none (glibc before 2.34). Deliberate: not for all sources of the
+# libraries, because they would also give open(2) the flag O_LARGEFILE.
+set(kelt_time64)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_DEFINITIONS -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64)
+  check_cxx_source_compiles("#include <ctime>
+    static_assert(sizeof(std::time_t) == 8, \"\");
+    int main() {}" KELTIPC_HAS_TIME64)
+  unset(CMAKE_REQUIRED_DEFINITIONS)
+  if(KELTIPC_HAS_TIME64)
+    set(kelt_time64 _TIME_BITS=64 _FILE_OFFSET_BITS=64)
+  endif()
+endif()
+
 function(kelt_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)

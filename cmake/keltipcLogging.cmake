@@ -16,9 +16,10 @@ if(NOT keltipc_logging_library MATCHES "^[-/]")
 endif()
 
 # --no-as-needed, because gold and lld drop a library that only another shared library needs. The flags and the file are
-# one item, because CMake would remove the library from between them if the application links it too.
+# one item, because CMake would remove the library from between them if the application links it too. The file is quoted,
+# because CMake does not quote a flag, and a path may hold a space.
 set(keltipc_logging_items
-  "-Wl,--push-state,--no-as-needed,${keltipc_logging_file},--pop-state" ${keltipc_logging_library})
+  "-Wl,--push-state,--no-as-needed,\"${keltipc_logging_file}\",--pop-state" ${keltipc_logging_library})
 if(KELTIPC_LOGGING_LIBRARY STREQUAL "none")
   set(keltipc_logging_items)
 endif()

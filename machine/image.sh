@@ -24,9 +24,11 @@ make_base() {
   rm -rf "$root"
   cp -a "$packages" "$root"
   find "$root/lib/modules" \( -name fuse.ko -o -name cuse.ko \) -exec mv -t "$root/lib" {} +
-  rm -rf "${root:?}"/{boot,lib/modules,lib/udev,usr/include,usr/games,usr/src,var/cache,var/lib/dpkg,var/lib/apt} \
+  rm -rf "${root:?}"/{boot,lib/modules,usr/include,usr/games,usr/src,var/cache,var/lib/dpkg,var/lib/apt} \
     "$root"/usr/share/{doc,man,locale,info,lintian,bash-completion,perl*,zsh,mime,zoneinfo,cmake-*/Help} \
-    "$root"/usr/lib/*/{perl*,gconv,libperl*,e2fsprogs} "$root"/usr/bin/{perl,cmake,cpack}* "$root"/usr/lib/udev
+    "$root"/usr/lib/*/{perl*,gconv,libperl*,e2fsprogs} "$root"/usr/bin/{perl,cmake,cpack}*
+  # Of udev, what every machine needs: the rules for groups and for the tag systemd.
+  find "$root/lib/udev/" -mindepth 1 ! -path '*/rules.d' ! -name 50-udev-default.rules ! -name 99-systemd.rules -delete
   mkdir "$root/lib/modules"
   mv "$root"/lib/{fuse,cuse}.ko "$root/lib/modules"
   rm -rf "$root/var/run"
@@ -36,9 +38,9 @@ make_base() {
   # This would empty /tmp, and the build folder may be there.
   rm -f "$root/usr/lib/tmpfiles.d/tmp.conf"
   mkdir -p "$root/etc/systemd/system"
-  for unit in systemd-{udevd,udev-trigger,firstboot,hwdb-update,update-done,update-utmp,sysusers,logind,repart}.service \
+  for unit in systemd-{udev-trigger,firstboot,hwdb-update,update-done,update-utmp,logind,repart}.service \
     systemd-{machine-id-commit,random-seed,pcrphase,pcrphase-sysinit,binfmt}.service ldconfig.service \
-    systemd-udevd-{control,kernel}.socket sys-kernel-{config,debug,tracing}.mount proc-sys-fs-binfmt_misc.automount; do
+    sys-kernel-{config,debug,tracing}.mount proc-sys-fs-binfmt_misc.automount; do
     ln -sf /dev/null "$root/etc/systemd/system/$unit"
   done
 }
@@ -52,10 +54,11 @@ make_tests() {
     return 1
   fi
   rm -rf "$root"
-  mkdir -p "$root$here" "$root"/{root,home/app,run,tmp,var/log,usr/local/bin}
+  mkdir -p "$root$here" "$root"/{root,run,tmp,var/log,usr/local/bin}
   cp -a machine/rootfs/. "$root"
-  cp -a tests/machine/units/. tests/units/. "$root/etc/systemd/system"
-  install -D -m 644 -t "$root/etc/polkit-1/rules.d" examples/*.rules
+  cp -a tests/units/. examples/units/. "$root/etc/systemd/system"
+  DESTDIR=$root cmake --install "$build" --prefix /usr --component service --strip >/dev/null
+  DESTDIR=$root cmake --install "$build" --prefix /usr --component runtime --strip >/dev/null
   find "$build" -name CMakeFiles -prune -o \( -type f -executable -o -name '*.so*' \) -print0 |
     cpio -pdm0 --quiet "$root$here"
   find "$root$here" -type f -exec arm-linux-gnueabihf-strip {} +

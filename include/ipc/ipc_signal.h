@@ -26,8 +26,7 @@ struct KELTIPC_EXPORT IpcSignal {
 ///     {0x5a,  1,  0x1f, {0x0a, 0xff}}  ->  5a: 01, 1f { 0a ff }
 ///     {7,     0,  0,    {}}            ->  07: 00, 0 { }
 ///
-/// Deliberate: leaves the stream decimal with a blank fill instead of restoring its format, because the log's streams
-/// keep their format from one line to the next.
+/// Deliberate: leaves the stream decimal with a blank fill, whatever its format was before.
 KELTIPC_EXPORT std::ostream& operator<<(std::ostream& os, const IpcSignal& signal);
 
 #if defined(__arm__)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -128,6 +129,8 @@ class KELTIPC_EXPORT Systemd {
   /// @}
 
  private:
+  KELTIPC_NO_EXPORT std::optional<std::string> state_word(const std::string& unit, const std::string& property);
+
   std::string service_name;
   std::string manager_interface;
   std::string unit_interface;

@@ -26,7 +26,8 @@
 /// libkeltipc imports these operations by name, so that an application can replace this library (docs/logging.md).
 namespace ecu::vorn::logging {
 
-/// A named source of lines. The flag must be the first member: libkeltipc reads it as the object's first byte.
+/// A named source of lines. The flag must be the first member, because libkeltipc reads the object's first byte: any
+/// value but 0 means enabled.
 struct LogModule {
   explicit LogModule(std::string module_name) : name(std::move(module_name)) {}
 
@@ -36,8 +37,9 @@ struct LogModule {
 
 static_assert(sizeof(std::atomic<bool>) == 1);
 
-/// The module with this name, created on the first call. This library never returns null; if another one does,
-/// nothing is logged for that module. May be called while the program is still being loaded.
+/// The module with this name, created on the first call. Null if there is no memory for it, and from another library
+/// also if it refuses the name: then nothing is logged for that module. May be called while the program is still
+/// being loaded.
 KELTLOGGING_EXPORT std::shared_ptr<LogModule> module(const std::string& name);
 
 /// The level up to which lines are written: 7 is DEBUG, 6 INFO (the default), 5 NOTICE. WARNING (4), ERROR (3) and
@@ -66,8 +68,20 @@ KELTLOGGING_EXPORT void stderr_sink(int level, const std::string& module, const 
 KELTLOGGING_EXPORT void journal_sink(int level, const std::string& module, const std::string& text);
 
 /// What libkeltipc imports besides `module`, `get_log_level` and the six level objects. Applications do not use these
-/// names directly; a logging library that replaces this one must define them.
+/// names directly; a logging library that replaces this one must define the class members and `operator<<`.
 namespace _internal {
+
+/// Lines up to this level value are written whatever the log level and the module's flag; they need only a module.
+constexpr int always_written = 4;
+
+/// Reads a byte, not a bool: clang takes a bool from its lowest bit, and other libraries may store more than 0 and 1.
+inline bool is_enabled(const LogModule& module) {
+  return __atomic_load_n(reinterpret_cast<const unsigned char*>(&module.enabled), __ATOMIC_RELAXED) != 0;
+}
+
+inline bool is_wanted(int level, const std::shared_ptr<LogModule>& module) {
+  return module != nullptr && (level <= always_written || (level <= get_log_level() && is_enabled(*module)));
+}
 
 /// The buffer that collects the pieces of a line.
 class LogStreambuf : public std::streambuf {

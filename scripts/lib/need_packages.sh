@@ -18,7 +18,16 @@ need_packages() {
   local log
   log=$(mktemp)
   # shellcheck disable=SC2086  # one word a package
-  { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
-    >"$log" 2>&1 </dev/null || { cat "$log" >&2; return 1; }
+  { update_lists "$log" && DEBIAN_FRONTEND=noninteractive \
+    apt-get -o DPkg::Lock::Timeout=600 install -y --no-install-recommends $missing >"$log" 2>&1 </dev/null; } ||
+    { cat "$log" >&2; return 1; }
   rm "$log"
+}
+
+# Waits for another apt-get update, because apt-get itself waits only for dpkg.
+update_lists() {
+  until LC_ALL=C apt-get update >"$1" 2>&1 </dev/null; do
+    grep -q 'Could not get lock' "$1" || return
+    sleep 5
+  done
 }

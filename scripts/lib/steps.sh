@@ -1,6 +1,7 @@
 # shellcheck shell=bash
 # Sourced: step TITLE COMMAND [ARG...]   runs a command under a heading, and prints how long it took
-#          wait_for COMMAND [ARG...]     tries a command until it succeeds, for up to half a minute
+#          wait_for COMMAND [ARG...]     tries a command until it succeeds, for up to half a minute or KELTIPC_TEST_SECONDS
+#          end_with_script               makes each background command a process group that ends with the script
 
 step() {
   local began=$SECONDS
@@ -10,10 +11,16 @@ step() {
 }
 
 wait_for() {
-  for _ in {1..1000}; do
-    ! "$@" >/dev/null 2>&1 || return 0
+  local last=$((SECONDS + ${KELTIPC_TEST_SECONDS:-30}))
+  until "$@" >/dev/null 2>&1; do
+    ((SECONDS < last)) || { printf '%s: gave up waiting for: %s\n' "$0" "$*" >&2; return 1; }
     sleep 0.03
   done
-  printf '%s: gave up waiting for: %s\n' "$0" "$*" >&2
-  return 1
+}
+
+end_with_script() {
+  set -m
+  trap 'jobs -p | xargs -rI{} kill -- -{}' EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
 }

@@ -4,7 +4,8 @@
 #include <iomanip>
 #include <memory>
 #include <ostream>
-#include <type_traits>
+#include <string>
+#include <string_view>
 
 #include "logging/logging.h"
 
@@ -16,13 +17,10 @@ namespace ecu::vorn::ipc {
 
 using Logger = std::shared_ptr<logging::LogModule>;
 
-/// Lines up to this level value are written whatever the log level and the module's flag; they need only a logger.
-constexpr int always_written = 4;
-
 template <int Value, logging::_internal::LogStream& Stream>
 struct LineLevel {
   static constexpr int value = Value;
-  static logging::_internal::LogStream& stream() { return Stream; }
+  static constexpr logging::_internal::LogStream& stream = Stream;
 };
 using Debug = LineLevel<7, logging::DEBUG>;
 using Info = LineLevel<6, logging::INFO>;
@@ -31,8 +29,9 @@ using Warning = LineLevel<4, logging::WARNING>;
 using Error = LineLevel<3, logging::ERROR>;
 using Critical = LineLevel<2, logging::CRITICAL>;
 
-/// A number in lower-case hexadecimal, without prefix; zero-filled to `Width` digits if that is not 0. Leaves the
-/// stream decimal and blank-filled: the levels' streams keep their format state from one line to the next.
+/// A number in lower-case hexadecimal, without prefix. Leaves the stream decimal, because the levels' streams keep
+/// their format state from one line to the next. If `Width` is not 0, fills with zeros to this width, and leaves the
+/// stream blank-filled.
 template <int Width>
 struct FilledHex {
   std::uint32_t value;
@@ -50,38 +49,37 @@ std::ostream& operator<<(std::ostream& os, const FilledHex<Width>& number) {
 /// Deliberate: tests the line's level as compiled and ignores the stream's, because the stream may be another logging
 /// library's: only its std::ostream is used, and no member of it is read.
 template <typename Level>
-inline bool takes_piece() {
-  if constexpr (Level::value <= always_written) return true;
+bool takes_piece() {
+  if (Level::value <= logging::_internal::always_written) return true;
   if (logging::get_log_level() < Level::value) return false;
   const Logger module = logging::_internal::LogStreambuf::get_active_module();
-  return module != nullptr && module->enabled;
+  return module != nullptr && logging::_internal::is_enabled(*module);
 }
 
 template <typename Level, typename Piece>
-void write_piece(logging::_internal::LogStream& line, const Piece& piece) {
-  if (takes_piece<Level>()) static_cast<std::ostream&>(line) << piece;
+void write_piece(std::ostream& line, const Piece& piece) {
+  if (takes_piece<Level>()) line << piece;
 }
 
-/// By value: a reference would make the caller spill the number even for a skipped line.
-template <typename Piece>
-using Passed =
-    std::conditional_t<std::is_trivially_copyable_v<Piece> && !std::is_array_v<Piece>, Piece, const Piece&>;
-
-/// Out of line and cold, so that a skipped line costs the caller only the test.
+/// Cold, so that it stays out of its callers, and by value, so that they store nothing in memory: a skipped line
+/// costs them only the test.
 template <typename Level, typename... Pieces>
-[[gnu::noinline, gnu::cold]] void write_line(const Logger& logger, Passed<Pieces>... pieces) {
-  logging::_internal::LogStream& line = Level::stream() << logger;
+[[gnu::cold]] void write_line(const Logger& logger, Pieces... pieces) {
+  logging::_internal::LogStream& line = Level::stream << logger;
   (write_piece<Level>(line, pieces), ...);
-  Level::stream().do_flush();
+  Level::stream.do_flush();
 }
 
+/// The value that stands for a piece; strings are not copied.
+template <typename Piece>
+Piece by_value(Piece piece) {
+  return piece;
+}
+inline std::string_view by_value(const std::string& text) { return text; }
+
 template <typename Level, typename... Pieces>
-inline void log_line(const Logger& logger, const Pieces&... pieces) {
-  if (logger == nullptr) return;
-  if constexpr (Level::value > always_written) {
-    if (logging::get_log_level() < Level::value || !logger->enabled) return;
-  }
-  write_line<Level, Pieces...>(logger, pieces...);
+void log_line(const Logger& logger, const Pieces&... pieces) {
+  if (logging::_internal::is_wanted(Level::value, logger)) write_line<Level>(logger, by_value(pieces)...);
 }
 
 }  // namespace ecu::vorn::ipc

@@ -31,7 +31,7 @@ QueuePortReader<N, Frame>::QueuePortReader(std::unique_ptr<IDataConsumer<IpcSign
 
 template <std::size_t N, typename Frame>
 QueuePortReader<N, Frame>::~QueuePortReader() {
-  if (fd >= 0) ::close(fd);
+  close_port(fd);
 }
 
 template <std::size_t N, typename Frame>
@@ -50,13 +50,12 @@ void QueuePortReader<N, Frame>::stop() {
 }
 
 template <std::size_t N, typename Frame>
-bool QueuePortReader<N, Frame>::open(const std::string& device) {
+bool QueuePortReader<N, Frame>::open(const std::string& device) try {
   log_line<Debug>(logger, "Open RX queue '", device, "'");
   if (fd >= 0) {
     // Deliberate: unlike the writer's line, this one names no file, because the reader stores no path.
     log_line<Info>(logger, "associated file already opened, closing it ", "first.");
-    ::close(fd);
-    fd = -1;
+    close_port(fd);
   }
   const unsigned int failures = wait_for_device(device, O_RDONLY, fd);
   if (fd < 0) {
@@ -65,6 +64,9 @@ bool QueuePortReader<N, Frame>::open(const std::string& device) {
   }
   log_line<Info>(logger, "RX queue '", device, "' opened (retries: ", failures, ")");
   return true;
+} catch (...) {
+  close_port(fd);
+  throw;
 }
 
 template <std::size_t N, typename Frame>
@@ -96,9 +98,8 @@ void QueuePortReader<N, Frame>::receive_data() {
   }
 }
 
-/// Deliberate: ignores `revents` and the result of `read`, because only the application can decide whether to wait
-/// for a failed port, reopen it or give up. After a failed or short read the processor gets bytes of the previous
-/// frame.
+/// Deliberate: ignores `revents` and the result of `read`. After a failed or short read the processor gets bytes of
+/// the previous frame.
 template <std::size_t N, typename Frame>
 inline void QueuePortReader<N, Frame>::receive_frame(SignalProcessor<N, Frame>& processor, Frame& frame) {
   [[maybe_unused]] const ssize_t unchecked = ::read(fd, &frame, sizeof frame);
@@ -122,8 +123,8 @@ inline void QueuePortReader<N, Frame>::hand_over(SignalProcessor<N, Frame>& proc
   consumer->consume(std::move(*taken));
 }
 
-/// Deliberate: the stop request is checked only here, because frames that wait in the port are delivered first. So a
-/// port that is never quiet for 300 ms keeps the loop going.
+/// Deliberate: the stop request is checked only here. So frames that wait in the port are delivered first, and a port
+/// that is never quiet for 300 ms keeps the loop going.
 template <std::size_t N, typename Frame>
 bool QueuePortReader<N, Frame>::goes_on_after_timeout(bool announce) {
   if (announce) {

@@ -23,16 +23,15 @@ QueuePortWriter<N, Frame>::QueuePortWriter() : fd(-1) {}
 
 template <std::size_t N, typename Frame>
 QueuePortWriter<N, Frame>::~QueuePortWriter() {
-  if (fd >= 0) ::close(fd);
+  close_port(fd);
 }
 
 template <std::size_t N, typename Frame>
-bool QueuePortWriter<N, Frame>::open(const std::string& device) {
+bool QueuePortWriter<N, Frame>::open(const std::string& device) try {
   log_line<Debug>(logger, "Open TX queue '", device, "'");
   if (fd >= 0) {
     log_line<Info>(logger, "associated file (", path, ") already opened, closing it first.");
-    ::close(fd);
-    fd = -1;
+    close_port(fd);
   }
   const unsigned int failures = wait_for_device(device, O_WRONLY | O_SYNC, fd);
   if (fd < 0) {
@@ -42,6 +41,9 @@ bool QueuePortWriter<N, Frame>::open(const std::string& device) {
   log_line<Info>(logger, "TX queue '", device, "' opened (retries: ", failures, ")");
   path = device;
   return true;
+} catch (...) {
+  close_port(fd);
+  throw;
 }
 
 template <std::size_t N, typename Frame>
@@ -77,8 +79,7 @@ inline void QueuePortWriter<N, Frame>::write_frames(const IpcSignal& signal, std
     const std::size_t offset = i * N;
     std::memcpy(frame.data, signal.data.data() + offset, std::min(N, signal.data.size() - offset));
     frame.chunk_index = static_cast<std::uint16_t>(i);
-    // Deliberate: a failed or short write is neither retried nor reported, because the application's own protocol
-    // must notice lost frames anyway.
+    // Deliberate: a failed or short write is neither retried nor reported. Lost frames are the receiver's concern.
     [[maybe_unused]] const ssize_t unchecked = ::write(fd, &frame, sizeof frame);
   }
 }

@@ -41,8 +41,8 @@ void SignalProcessor<N, Frame>::process(Frame&& frame) {
       state = STATE_RECEIVING;
       return;
     case STATE_RECEIVING:
-      // Deliberate: the held bytes are kept although the line says otherwise, because only a start frame is a safe
-      // point to discard them. The new signal's bytes are appended.
+      // Deliberate: although the line says otherwise, the held bytes are kept, and the new signal's bytes are
+      // appended. Only a start frame discards them.
       if (id != signal.signal_id && expected != 0) {
         log_line<Error>(logger, "New signal indicated; current signal ", Hex{signal.signal_id},
                         " will be disregarded");
@@ -70,8 +70,8 @@ template <std::size_t N, typename Frame>
 inline void SignalProcessor<N, Frame>::append(const Frame& frame, std::uint32_t id, std::uint32_t status) {
   signal.signal_id = id;
   expected = frame.total_size;
-  // Deliberate: wraps if more bytes are held than expected, because bytes are discarded only at a start frame. Each
-  // frame then adds N bytes until the counts happen to be equal.
+  // Deliberate: wraps if more bytes are held than expected. Each frame then adds N bytes until the counts happen to
+  // be equal.
   const std::uint32_t remaining = expected - received;
   const std::uint32_t bytes2extract = std::min(remaining, std::uint32_t{N});
   log_line<Debug>(logger, "expected: ", expected, " received so far: ", received, " sizeof: ", sizeof frame.data,

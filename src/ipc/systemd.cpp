@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "bus.h"
@@ -55,39 +56,20 @@ const char* manager_method(Systemd::UnitAction action) {
 template <typename State, std::size_t Count>
 using Words = std::array<std::pair<const char*, State>, Count>;
 
-/// Those members of Systemd that a query needs.
-struct Names {
-  const std::string& service;
-  const std::string& manager_interface;
-  const std::string& manager_path;
-  const std::string& unit_interface;
-};
-
-/// Calls LoadUnit, reads the property and looks its value up in `words`.
+/// Without a word, and for an unknown one, the error state: 0 in both enumerations.
 template <typename State, std::size_t Count>
-State query_state(Systemd& systemd, const Names& names, const std::string& unit, const char* property,
-                  const Words<State, Count>& words, State error) {
-  if (unit.empty()) return error;
-  const std::string path =
-      systemd.get_object_instance(names.service, names.manager_interface, names.manager_path, unit);
-  if (path.empty()) return error;
-  const std::string word = systemd.get_property_value(names.service, names.unit_interface, path, property);
+State state_of(const std::optional<std::string>& word, const Words<State, Count>& words) {
   for (const auto& [known, state] : words) {
     if (word == known) return state;
   }
-  return error;
+  return State{};
 }
 
-/// Logs the reason if there is no connection.
-bool is_connected(const Bus& bus) {
-  if (bus.r >= 0) return true;
-  log_line<Critical>(logger, "Unable to retrieve connection to DBus system bus: ", std::strerror(-bus.r));
-  return false;
-}
+/// sd-bus may give null for a string, even if it reports success.
+std::string text_of(const char* string) { return string == nullptr ? "" : string; }
 
-void log_unread_property(const std::string& property, const BusError& failure) {
-  log_line<Error>(logger, "Retrieving property of '", property, "' failed: ", failure.error.name, ": ",
-                  failure.error.message);
+void log_unread_property(const std::string& property, const sd_bus_error& error) {
+  log_line<Error>(logger, "Retrieving property of '", property, "' failed: ", error.name, ": ", error.message);
 }
 
 }  // namespace
@@ -126,7 +108,7 @@ void Systemd::start_target_services(const std::string& target) {
 
 bool Systemd::is_target_active(const std::string& target) {
   const ActiveState state = get_unit_activestate(target_unit(target));
-  // Deliberate: a reloading target does not count as active, because its units are not settled yet.
+  // Deliberate: a reloading target does not count as active.
   return state == ACTIVE_STATE_ACTIVE || state == ACTIVE_STATE_ACTIVATING;
 }
 
@@ -137,15 +119,13 @@ std::vector<std::string> Systemd::list_unit_dependencies(const std::string& unit
 }
 
 std::vector<std::string> Systemd::list_target_services(const std::string& target) {
-  // Deliberate: not filtered, because callers may want sockets, timers and targets too. Members that act on services
-  // filter the list themselves.
+  // Deliberate: not filtered. Members that act on services filter the list themselves.
   return list_unit_dependencies(target_unit(target), "Wants");
 }
 
 bool Systemd::are_target_services_stopped(const std::string& target) {
   unsigned int running = 0;
-  // Deliberate: asks for every service, because each failure must be logged. A service whose state cannot be read
-  // counts as stopped, because waiting for it might never end.
+  // Deliberate: asks for every service, and one whose state cannot be read counts as stopped.
   for (const std::string& unit : list_target_services(target)) {
     if (has_suffix(unit, service_suffix) && is_running(get_unit_activestate(unit))) ++running;
   }
@@ -161,8 +141,7 @@ Systemd::ActiveState Systemd::get_unit_activestate(const std::string& unit) {
       {"reloading", ACTIVE_STATE_RELOADING},
       {"failed", ACTIVE_STATE_FAILED},
   }};
-  return query_state(*this, {service_name, manager_interface, manager_path, unit_interface}, unit, "ActiveState",
-                     words, ACTIVE_STATE_ERROR);
+  return state_of(state_word(unit, "ActiveState"), words);
 }
 
 Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
@@ -179,8 +158,14 @@ Systemd::InstallState Systemd::get_unit_installstate(const std::string& unit) {
       {"masked-runtime", INSTALL_STATE_MASKED_RUNTIME},
       {"static", INSTALL_STATE_STATIC},
   }};
-  return query_state(*this, {service_name, manager_interface, manager_path, unit_interface}, unit, "UnitFileState",
-                     words, INSTALL_STATE_ERROR);
+  return state_of(state_word(unit, "UnitFileState"), words);
+}
+
+std::optional<std::string> Systemd::state_word(const std::string& unit, const std::string& property) {
+  if (unit.empty()) return std::nullopt;
+  const std::string path = get_object_instance(service_name, manager_interface, manager_path, unit);
+  if (path.empty()) return std::nullopt;
+  return get_property_value(service_name, unit_interface, path, property);
 }
 
 bool Systemd::start_unit(const std::string& unit) { return start_stop_unit(unit, UNIT_ACTION_START, "replace"); }
@@ -194,19 +179,16 @@ bool Systemd::reload_unit(const std::string& unit) { return start_stop_unit(unit
 bool Systemd::start_stop_unit(const std::string& unit, UnitAction action, const std::string& mode) {
   const char* const method = manager_method(action);
   if (unit.empty() || method == nullptr) return false;
-  const Bus bus;
-  if (!is_connected(bus)) return false;
-
-  Reply reply;
-  BusError failure;
-  if (sd_bus_call_method(bus.bus, service_name.c_str(), manager_path.c_str(), manager_interface.c_str(), method,
-                         &failure.error, &reply.message, "ss", unit.c_str(), mode.c_str()) < 0) {
-    log_line<Error>(logger, "Call to ", method, " '", unit, "' failed: ", failure.error.name, ": ",
-                    failure.error.message);
+  BusRequest<sd_bus_message*> request(logger);
+  if (request.r < 0) return false;
+  if (sd_bus_call_method(request.bus, service_name.c_str(), manager_path.c_str(), manager_interface.c_str(), method,
+                         &request.error, &request.answer, "ss", unit.c_str(), mode.c_str()) < 0) {
+    log_line<Error>(logger, "Call to ", method, " '", unit, "' failed: ", request.error.name, ": ",
+                    request.error.message);
     return false;
   }
   const char* job = nullptr;
-  const int r = sd_bus_message_read(reply.message, "o", &job);
+  const int r = sd_bus_message_read(request.answer, "o", &job);
   if (r < 0) {
     log_line<Error>(logger, "DBus response message from ", method, " '", unit,
                     "' could not be parsed: ", std::strerror(-r));
@@ -227,7 +209,7 @@ std::string Systemd::to_str(ActiveState state) {
       {ACTIVE_STATE_FAILED, "Systemd::ACTIVE_STATE_FAILED"},
       {ACTIVE_STATE_RELOADING, "Systemd::ACTIVE_STATE_RELOADING"},
   };
-  return names[state];  // Deliberate: adds an unknown value with an empty name, because nothing may be thrown.
+  return names[state];  // Deliberate: adds an unknown value with an empty name.
 }
 
 std::string Systemd::to_str(InstallState state) {
@@ -242,63 +224,54 @@ std::string Systemd::to_str(InstallState state) {
       {INSTALL_STATE_STATIC, "Systemd::INSTALL_STATE_STATIC"},
       {INSTALL_STATE_DISABLED, "Systemd::INSTALL_STATE_DISABLED"},
   };
-  return names[state];  // Deliberate: adds an unknown value with an empty name, because nothing may be thrown.
+  return names[state];  // Deliberate: adds an unknown value with an empty name.
 }
 
 std::string Systemd::get_object_instance(const std::string& service, const std::string& interface,
                                          const std::string& path, const std::string& unit) {
-  const Bus bus;
-  if (!is_connected(bus)) return {};
-
-  Reply reply;
-  BusError failure;
-  if (sd_bus_call_method(bus.bus, service.c_str(), path.c_str(), interface.c_str(), "LoadUnit", &failure.error,
-                         &reply.message, "s", unit.c_str()) < 0) {
-    log_line<Error>(logger, "Retrieving instance of '", unit, "' via 'LoadUnit' failed: ", failure.error.name, ": ",
-                    failure.error.message);
+  BusRequest<sd_bus_message*> request(logger);
+  if (request.r < 0) return {};
+  if (sd_bus_call_method(request.bus, service.c_str(), path.c_str(), interface.c_str(), "LoadUnit", &request.error,
+                         &request.answer, "s", unit.c_str()) < 0) {
+    log_line<Error>(logger, "Retrieving instance of '", unit, "' via 'LoadUnit' failed: ", request.error.name, ": ",
+                    request.error.message);
     return {};
   }
   const char* object_path = nullptr;
-  const int r = sd_bus_message_read(reply.message, "o", &object_path);
+  const int r = sd_bus_message_read(request.answer, "o", &object_path);
   if (r < 0) {
-    // Deliberate: the line says GetUnit although LoadUnit was called, because texts of log lines do not change.
+    // Deliberate: the line says GetUnit although LoadUnit was called.
     log_line<Error>(logger, "DBus response message from GetUnit '", unit,
                     "' could not be parsed: ", std::strerror(-r));
     return {};
   }
-  return object_path;
+  return text_of(object_path);
 }
 
 std::string Systemd::get_property_value(const std::string& service, const std::string& interface,
                                         const std::string& path, const std::string& property) {
-  const Bus bus;
-  if (!is_connected(bus)) return {};
-
-  BusString value;
-  BusError failure;
-  if (sd_bus_get_property_string(bus.bus, service.c_str(), path.c_str(), interface.c_str(), property.c_str(),
-                                 &failure.error, &value.string) < 0) {
-    log_unread_property(property, failure);
+  BusRequest<char*> request(logger);
+  if (request.r < 0) return {};
+  if (sd_bus_get_property_string(request.bus, service.c_str(), path.c_str(), interface.c_str(), property.c_str(),
+                                 &request.error, &request.answer) < 0) {
+    log_unread_property(property, request.error);
     return {};
   }
-  return value.string;
+  return text_of(request.answer);
 }
 
 std::vector<std::string> Systemd::get_property_value_array(const std::string& service, const std::string& interface,
                                                            const std::string& path, const std::string& property) {
-  std::vector<std::string> result;
-  const Bus bus;
-  if (!is_connected(bus)) return result;
-
-  BusError failure;
-  char** array = nullptr;
-  if (sd_bus_get_property_strv(bus.bus, service.c_str(), path.c_str(), interface.c_str(), property.c_str(),
-                               &failure.error, &array) < 0) {
-    log_unread_property(property, failure);
-    return result;
+  BusRequest<BusStrings> request(logger);
+  if (request.r < 0) return {};
+  BusStrings& strings = request.answer;
+  if (sd_bus_get_property_strv(request.bus, service.c_str(), path.c_str(), interface.c_str(), property.c_str(),
+                               &request.error, &strings.array) < 0) {
+    log_unread_property(property, request.error);
+    return {};
   }
-  BusStrings strings(array);
-  while (const char* const string = strings.next()) result.emplace_back(string);
+  std::vector<std::string> result;
+  for (; strings.front() != nullptr; strings.pop()) result.emplace_back(strings.front());
   return result;
 }
 

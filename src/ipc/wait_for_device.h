@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <ctime>
 #include <string>
@@ -18,11 +19,16 @@ inline unsigned int wait_for_device(const std::string& path, int flags, int& fd)
   for (unsigned int failures = 0; failures < open_attempts; ++failures) {
     if (utils::is_char_dev(path)) fd = ::open(path.c_str(), flags);
     if (fd >= 0) return failures;
-    // Deliberate: sleeps after the last attempt too, because giving up is documented to take a minute. Does not
-    // continue an interrupted sleep, because an attempt that comes early does no harm.
+    // Deliberate: sleeps after the last attempt too, and does not continue an interrupted sleep.
     ::nanosleep(&pause, nullptr);
   }
   return open_attempts;
+}
+
+/// Leaves `fd` negative.
+inline void close_port(int& fd) {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
 }
 
 }  // namespace ecu::vorn::ipc

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <map>
+#include <new>
 
 #include "locks.h"
 #include "logging/logging.h"
@@ -22,10 +23,14 @@ std::atomic<int> global_level{6};
 }  // namespace
 
 std::shared_ptr<LogModule> module(const std::string& name) {
-  const std::lock_guard<std::mutex> lock(registry_mutex());
-  std::shared_ptr<LogModule>& entry = registry()[name];
-  if (entry == nullptr) entry = std::make_shared<LogModule>(name);
-  return entry;
+  try {
+    const std::lock_guard<std::mutex> lock(registry_mutex());
+    std::shared_ptr<LogModule>& entry = registry()[name];
+    if (entry == nullptr) entry = std::make_shared<LogModule>(name);
+    return entry;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 int get_log_level() { return global_level.load(std::memory_order_relaxed); }

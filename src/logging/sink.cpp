@@ -26,15 +26,14 @@ class SinkRun {
   SinkRun& operator=(const SinkRun&) = delete;
 };
 
-void run_sink(const Sink* sink, int level, const std::string& module, const std::string& text) {
+void deliver(int level, const std::string& module, const std::string& text) {
+  if (runs_sink()) return stderr_sink(level, module, text);
+  // A sink may replace itself: this copy keeps it until its call returns, and is destroyed after the unlock.
+  std::shared_ptr<const Sink> sink;
+  const std::lock_guard<std::mutex> lock(output_mutex());
+  sink = sink_in_force();
   const SinkRun run;
-  try {
-    sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
-  } catch (const abi::__forced_unwind&) {
-    throw;  // pthread_cancel(3) unwinds the thread with this exception, which must not be swallowed
-  } catch (...) {
-    // Deliberate: a sink that throws loses its line, because a logging call must not throw when its output failed.
-  }
+  sink != nullptr ? (*sink)(level, module, text) : stderr_sink(level, module, text);
 }
 
 }  // namespace
@@ -48,14 +47,12 @@ void set_sink(Sink sink) {
 
 void hand_to_sink(int level, const std::string& module, const std::string& text) {
   const int callers_errno = errno;
-  if (runs_sink()) {
-    stderr_sink(level, module, text);
-  } else {
-    // A sink may replace itself: this copy keeps it until its call returns, and is destroyed after the unlock.
-    std::shared_ptr<const Sink> sink;
-    const std::lock_guard<std::mutex> lock(output_mutex());
-    sink = sink_in_force();
-    run_sink(sink.get(), level, module, text);
+  try {
+    deliver(level, module, text);
+  } catch (const abi::__forced_unwind&) {
+    throw;  // pthread_cancel(3) unwinds the thread with this exception, which must not be swallowed
+  } catch (...) {
+    // Deliberate: the line is lost, because a logging call must not throw when its output failed.
   }
   errno = callers_errno;
 }

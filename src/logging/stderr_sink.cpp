@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -22,16 +21,15 @@ const char* level_name(int level) {
 
 /// UTC with milliseconds, ISO 8601: 2024-05-04T12:30:01.250Z
 std::string time_stamp() {
-  using namespace std::chrono;
-  const auto now = system_clock::now();
-  const std::time_t seconds = system_clock::to_time_t(now);
-  const auto millis = static_cast<int>(duration_cast<milliseconds>(now.time_since_epoch()).count() % 1000);
+  // Not std::chrono::system_clock, because on 32-bit ARM libstdc++'s ends in January 2038.
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
   std::tm utc{};
-  ::gmtime_r(&seconds, &utc);
+  ::gmtime_r(&now.tv_sec, &utc);
   std::array<char, 24> date{};
   std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-  std::array<char, 8> fraction{};
-  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", millis);
+  std::array<char, 24> fraction{};
+  std::snprintf(fraction.data(), fraction.size(), ".%03ldZ", now.tv_nsec / 1'000'000);
   return std::string(date.data()) + fraction.data();
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <locale>
 #include <map>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -18,21 +19,26 @@ namespace ecu::vorn::logging {
 namespace _internal {
 namespace {
 
-constexpr int always_written = 4;
-
 /// Holds a line's text. Unlike a string stream, it gives the text away without a copy.
 class LineBuffer : public LogStreambuf {
  public:
   std::string text;
+  bool is_whole = true;  ///< false after a piece for which there was no memory
 
  protected:
   int_type overflow(int_type character) override {
-    if (!traits_type::eq_int_type(character, traits_type::eof())) text += traits_type::to_char_type(character);
-    return traits_type::not_eof(character);
+    if (traits_type::eq_int_type(character, traits_type::eof())) return traits_type::not_eof(character);
+    const char byte = traits_type::to_char_type(character);
+    return xsputn(&byte, 1) == 1 ? character : traits_type::eof();
   }
   std::streamsize xsputn(const char* characters, std::streamsize count) override {
-    text.append(characters, static_cast<std::size_t>(count));
-    return count;
+    try {
+      text.append(characters, static_cast<std::size_t>(count));
+      return count;
+    } catch (const std::bad_alloc&) {
+      is_whole = false;
+      return 0;
+    }
   }
 };
 
@@ -84,11 +90,6 @@ Lines& own_lines() {
   return *existing_lines();
 }
 
-bool is_wanted(int level, const std::shared_ptr<LogModule>& module) {
-  if (module == nullptr) return false;
-  return level <= always_written || (level <= get_log_level() && module->enabled);
-}
-
 bool is_begun(const Lines& lines, const Line& line) {
   return std::find(lines.begun.begin(), lines.begun.end(), &line) != lines.begun.end();
 }
@@ -99,7 +100,32 @@ void end_line(Lines& lines, Line& line) {
   const std::string text = std::exchange(line.buffer.text, {});
   const auto module = std::exchange(line.module, nullptr);
   line.stream.clear();
-  if (line.wanted) hand_to_sink(line.stream.level, module->name, text);
+  if (line.wanted && line.buffer.is_whole) hand_to_sink(line.stream.level, module->name, text);
+}
+
+/// Throws std::bad_alloc if there is no memory for the line.
+LogStream& begin_line(LogStream& level, const std::shared_ptr<LogModule>& module) {
+  Lines& lines = own_lines();
+  Line& line = lines.by_level.try_emplace(level.level, level.level).first->second;
+  if (is_begun(lines, line)) end_line(lines, line);
+  line.buffer.text.clear();  // drops pieces written after the last line ended
+  line.buffer.is_whole = true;
+  line.stream.clear();
+  line.module = module;
+  line.wanted = is_wanted(level.level, module);
+  lines.begun.push_back(&line);
+  return line.stream;
+}
+
+/// The calling thread's stream for the pieces of a line that could not begin: it stores nothing. Never destroyed,
+/// because registering a destructor takes memory.
+LogStream& lost_line() {
+  thread_local LogStream* stream = nullptr;
+  if (stream == nullptr) {
+    alignas(LogStream) thread_local std::array<unsigned char, sizeof(LogStream)> memory;
+    stream = new (memory.data()) LogStream(0);
+  }
+  return *stream;
 }
 
 }  // namespace
@@ -122,15 +148,11 @@ void LogStream::do_flush() {
 }
 
 LogStream& operator<<(LogStream& level, const std::shared_ptr<LogModule>& module) {
-  Lines& lines = own_lines();
-  Line& line = lines.by_level.try_emplace(level.level, level.level).first->second;
-  if (is_begun(lines, line)) end_line(lines, line);
-  line.buffer.text.clear();  // drops pieces written after the last line ended
-  line.stream.clear();
-  line.module = module;
-  line.wanted = is_wanted(level.level, module);
-  lines.begun.push_back(&line);
-  return line.stream;
+  try {
+    return begin_line(level, module);
+  } catch (const std::bad_alloc&) {
+    return lost_line();
+  }
 }
 
 }  // namespace _internal

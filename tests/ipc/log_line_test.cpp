@@ -1,6 +1,8 @@
 #include "ipc/log_line.h"
 
 #include "ipc/queue_port_reader.h"
+#include "ipc/queue_port_writer.h"
+#include "support/descriptors.h"
 #include "support/recorded_log.h"
 
 using namespace ecu::vorn;
@@ -8,10 +10,10 @@ using namespace ecu::vorn::ipc;
 using ecu::vorn::ipc::test::Transcript;
 
 static int level = 6;
+static int lines_until_failure = -1;
 
-/// This program defines two of the logging operations itself, in place of libkeltlogging's, and refuses every module.
-std::shared_ptr<logging::LogModule> logging::module(const std::string& /*name*/) { return nullptr; }
-int logging::get_log_level() { return level; }
+/// This program defines this operation itself, in place of libkeltlogging's.
+int logging::get_log_level() { return lines_until_failure-- == 0 ? throw std::bad_alloc() : level; }
 
 /// A piece that does something while its line is written.
 struct Act {
@@ -34,26 +36,6 @@ struct ALogLine : testing::Test {
   Logger door = std::make_shared<logging::LogModule>("door");
 };
 
-TEST_F(ALogLine, IsWrittenUpToTheLogLevel) {
-  for (level = 4; level <= 7; ++level) {
-    log_line<Debug>(door, level);
-    log_line<Info>(door, level);
-    log_line<Notice>(door, level);
-  }
-  EXPECT_EQ(lines, (Transcript{"5 5", "6 6", "5 6", "7 7", "6 7", "5 7"}));
-}
-
-TEST_F(ALogLine, OfAModuleThatIsSwitchedOffIsWrittenFromWarningOn) {
-  level = 7;
-  door->enabled = false;
-  log_line<Notice>(door, "silent");
-  level = 1;
-  log_line<Warning>(door, "loud");
-  log_line<Error>(door, "loud");
-  log_line<Critical>(door, "loud");
-  EXPECT_EQ(lines, (Transcript{"4 loud", "3 loud", "2 loud"}));
-}
-
 TEST_F(ALogLine, EndsWhereTheLevelFallsOrItsModuleIsSwitchedOff) {
   level = 6;
   log_line<Info>(door, "kept", Act{[] { level = 5; }}, "dropped");
@@ -67,7 +49,31 @@ TEST_F(ALogLine, WithHexadecimalNumbersLeavesTheFormatAlone) {
   EXPECT_EQ(lines, Transcript{"3 0aa  10"});
 }
 
+TEST_F(ALogLine, IsWrittenIfItsModulesFlagIsAnyByteButZero) {
+  level = 6;
+  for (const int flag : {0, 1, 2, 0x80, 0xff}) {
+    *reinterpret_cast<unsigned char*>(door.get()) = static_cast<unsigned char>(flag);
+    log_line<Info>(door, flag);
+  }
+  EXPECT_EQ(lines, (Transcript{"6 1", "6 2", "6 128", "6 255"}));
+}
+
+TEST_F(ALogLine, ThatThrowsLeavesAPortClosed) {
+  level = 4;
+  const int descriptors = test::open_descriptors();
+  QueuePortReader<8> reader(nullptr);
+  QueuePortWriter<8> writer;
+  for (int lines_before = 0; lines_before < 3; ++lines_before) {
+    EXPECT_TRUE(reader.open("/dev/null") && writer.open("/dev/null"));
+    lines_until_failure = lines_before;
+    EXPECT_THROW(reader.open("/dev/null"), std::bad_alloc);
+    lines_until_failure = lines_before;
+    EXPECT_THROW(writer.open("/dev/null"), std::bad_alloc);
+    EXPECT_EQ(test::open_descriptors(), descriptors) << lines_before;
+  }
+}
+
 TEST_F(ALogLine, WithoutAModuleIsNotWritten) {
-  QueuePortReader<8>(nullptr).receive_data();
+  log_line<Critical>(nullptr, "silent");
   EXPECT_EQ(lines, Transcript{});
 }

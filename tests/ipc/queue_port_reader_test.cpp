@@ -94,13 +94,8 @@ TEST_F(AReader, KeepsAStopRequestUntilAQuietSlice) {
   signal(5, "a");
   quiet();
   EXPECT_EQ(receive(), "05: 00, 1 { 61 }\non_timeout\n" + stopped);
-}
-
-TEST_F(AReader, StopsOncePerRequest) {
-  quiet_and_stop();
-  receive();
   quiet();
-  EXPECT_EQ(receive(), "on_timeout\n" + poll_failed);
+  EXPECT_EQ(receive(), "on_timeout\n" + poll_failed) << "one stop for each request";
 }
 
 TEST_F(AReader, KeepsThePreviousFramesBytesAfterAShortRead) {
@@ -115,9 +110,4 @@ TEST_F(AReader, TakesZerosWhenItsFirstReadFails) {
   port.failed_read();
   signal(5, "a");
   EXPECT_EQ(receive(), "05: 00, 0 { 61 }\n" + poll_failed) << "zeros open a sampling frame with the stamp 0";
-}
-
-TEST_F(AReader, WithoutAPortReturnsAtOnce) {
-  QueuePortReader<24>(nullptr).receive_data();
-  EXPECT_EQ(happened.back(), "ERROR The rx queue is not open, unable to read IPC data.");
 }

@@ -6,120 +6,123 @@
 
 using namespace ecu::vorn::ipc;
 using namespace ecu::vorn::ipc::test;
-using testing::PrintToString;
 
-// How the bus answers.
-void well(FakeBus& /*bus*/) {}
-void not_at_all(FakeBus& bus) { bus.connect_result = -ECONNREFUSED; }
-void unreadably(FakeBus& bus) { bus.readable = false; }
-void with_nothing(FakeBus& bus) { bus.list.clear(); }
-void with_errors(FakeBus& bus) { bus.method_failure = bus.property_failure = {"org.No", "not today"}; }
-void without_property(FakeBus& bus) { bus.property_failure = {"org.No", "not today"}; }
-void without_error_name(FakeBus& bus) { bus.method_failure = {nullptr, nullptr}; }
+/// Notes requests to the bus and log lines.
+struct ASystemd : testing::Test {
+  ~ASystemd() override { EXPECT_EQ(bus.held, 0) << "connections, replies and errors that were not released"; }
 
-// The calls under test. Each returns its result as text.
-template <bool (Systemd::*call)(const std::string&)>
-std::string on_a(Systemd& s) {
-  return PrintToString((s.*call)("a"));
-}
-std::string start_nothing(Systemd& s) { return PrintToString(s.start_unit("")); }
-template <int action>
-std::string act(Systemd& s) {
-  return PrintToString(s.start_stop_unit("a", static_cast<Systemd::UnitAction>(action), "fail"));
-}
-std::string isolate(Systemd& s) { return PrintToString(s.start_isolate_target("t")); }
-std::string isolate_suffix(Systemd& s) { return PrintToString(s.start_isolate_target(".target")); }
-std::string load(Systemd& s) { return PrintToString(s.get_object_instance("d", "i", "/p", "a")); }
-std::string property(Systemd& s) { return PrintToString(s.get_property_value("d", "i", "/p", "Some")); }
-std::string array(Systemd& s) { return PrintToString(s.get_property_value_array("d", "i", "/p", "Some")); }
-std::string active(Systemd& s) { return s.to_str(s.get_unit_activestate("a")); }
-std::string active_nothing(Systemd& s) { return s.to_str(s.get_unit_activestate("")); }
-std::string install(Systemd& s) { return s.to_str(s.get_unit_installstate("a")); }
-std::string install_nothing(Systemd& s) { return s.to_str(s.get_unit_installstate("")); }
-std::string start_services(Systemd& s) {
-  s.start_target_services("t");
-  return "";
-}
-std::string wants(Systemd& s) { return PrintToString(s.list_unit_dependencies("a", "Wants")); }
-
-// The requests to the bus and the log lines that are expected.
-const std::string manager = "org.freedesktop.systemd1 /org/freedesktop/systemd1 org.freedesktop.systemd1.Manager ",
-                  ask_load = manager + "LoadUnit a\n", ask = "d /p i LoadUnit a\n", get = "d /p i Some\n",
-                  ask_unit = ask_load + "org.freedesktop.systemd1 /unit/a org.freedesktop.systemd1.Unit ",
-                  not_loaded = "ERROR Retrieving instance of 'a' via 'LoadUnit' failed: ",
-                  no_property = "ERROR Retrieving property of 'Some' failed: ", refusal = "org.No: not today\n",
-                  no_path = "could not be parsed: No such device or address\n",
-                  no_bus = "CRITICAL Unable to retrieve connection to DBus system bus: Connection refused\n";
-std::string queued(const std::string& method, const std::string& unit, const std::string& mode) {
-  return manager + method + " " + unit + " " + mode + "\nINFO " + method + " '" + unit + "' issued successfully\n";
-}
-
-struct Case {
-  const char* name;
-  std::string (*call)(Systemd&);
-  void (*bus_answers)(FakeBus&);
-  std::string expected;  ///< ends in the result
-};
-
-const Case cases[] = {
-    {"Start", on_a<&Systemd::start_unit>, well, queued("StartUnit", "a", "replace") + "true"},
-    {"Stop", on_a<&Systemd::stop_unit>, well, queued("StopUnit", "a", "replace") + "true"},
-    {"Restart", on_a<&Systemd::restart_unit>, well, queued("RestartUnit", "a", "replace") + "true"},
-    {"Reload", on_a<&Systemd::reload_unit>, well, queued("ReloadUnit", "a", "replace") + "true"},
-    {"StopInAnotherMode", act<0>, well, queued("StopUnit", "a", "fail") + "true"},
-    {"UnknownAction", act<4>, well, "false"},
-    {"StartWithoutAName", start_nothing, well, "false"},
-    {"StartRefused", on_a<&Systemd::start_unit>, with_errors,
-     manager + "StartUnit a replace\nERROR Call to StartUnit 'a' failed: " + refusal + "false"},
-    {"StartAnsweredUnreadably", on_a<&Systemd::start_unit>, unreadably,
-     manager + "StartUnit a replace\nERROR DBus response message from StartUnit 'a' " + no_path + "true"},
-    {"StartWithoutABus", on_a<&Systemd::start_unit>, not_at_all, no_bus + "false"},
-    {"Isolate", isolate, well, queued("StartUnit", "t.target", "isolate") + "NOTICE Changed to target 't'\ntrue"},
-    {"IsolateWithSuffix", isolate_suffix, well,
-     queued("StartUnit", ".target", "isolate") + "NOTICE Changed to target '.target'\ntrue"},
-    {"IsolateRefused", isolate, with_errors,
-     manager + "StartUnit t.target isolate\nERROR Call to StartUnit 't.target' failed: " + refusal + "false"},
-    {"StartServices", start_services, well,
-     manager + "LoadUnit t.target\norg.freedesktop.systemd1 /unit/a org.freedesktop.systemd1.Unit Wants\n" +
-         queued("StartUnit", "b.service", "replace") + queued("StartUnit", ".service", "replace")},
-    {"Load", load, well, ask + "\"/unit/a\""},
-    {"LoadRefused", load, with_errors, ask + not_loaded + refusal + "\"\""},
-    {"LoadFailedWithoutAName", load, without_error_name, ask + not_loaded + "\n\"\""},
-    {"LoadAnsweredUnreadably", load, unreadably,
-     ask + "ERROR DBus response message from GetUnit 'a' " + no_path + "\"\""},
-    {"LoadWithoutABus", load, not_at_all, no_bus + "\"\""},
-    {"Property", property, well, get + "\"active\""},
-    {"PropertyRefused", property, with_errors, get + no_property + refusal + "\"\""},
-    {"PropertyWithoutABus", property, not_at_all, no_bus + "\"\""},
-    {"Array", array, well, get + "{ \"b.service\", \"c\", \".service\" }"},
-    {"EmptyArray", array, with_nothing, get + "{}"},
-    {"ArrayRefused", array, with_errors, get + no_property + refusal + "{}"},
-    {"ArrayWithoutABus", array, not_at_all, no_bus + "{}"},
-    {"ActiveState", active, well, ask_unit + "ActiveState\nSystemd::ACTIVE_STATE_ACTIVE"},
-    {"ActiveStateNotLoaded", active, with_errors, ask_load + not_loaded + refusal + "Systemd::ACTIVE_STATE_ERROR"},
-    {"ActiveStateWithoutAName", active_nothing, well, "Systemd::ACTIVE_STATE_ERROR"},
-    {"InstallStateNotLoaded", install, with_errors, ask_load + not_loaded + refusal + "Systemd::INSTALL_STATE_ERROR"},
-    {"InstallStateNotReadable", install, without_property,
-     ask_unit + "UnitFileState\nERROR Retrieving property of 'UnitFileState' failed: " + refusal +
-         "Systemd::INSTALL_STATE_DISABLED"},
-    {"InstallStateWithoutAName", install_nothing, well, "Systemd::INSTALL_STATE_ERROR"},
-    {"Dependencies", wants, well, ask_unit + "Wants\n{ \"b.service\", \"c\", \".service\" }"},
-    {"DependenciesNotLoaded", wants, with_errors, ask_load + not_loaded + refusal + "{}"},
-};
-
-struct SystemdCall : testing::TestWithParam<Case> {};
-INSTANTIATE_TEST_SUITE_P(Each, SystemdCall, testing::ValuesIn(cases),
-                         [](const auto& each) { return each.param.name; });
-
-TEST_P(SystemdCall, AsksLogsAndReleases) {
   Transcript happened;
-  const RecordedLog log(happened, "ipc.systemd");
-  FakeBus bus(happened);
-  GetParam().bus_answers(bus);
+  RecordedLog log{happened, "ipc.systemd"};
+  FakeBus bus{happened};
   Systemd systemd;
-  const std::string result = GetParam().call(systemd);
-  EXPECT_EQ(text(happened) + result, GetParam().expected);
-  EXPECT_EQ(bus.held, 0) << "not released";
+};
+
+const std::string to_manager = "org.freedesktop.systemd1 /org/freedesktop/systemd1 org.freedesktop.systemd1.Manager ",
+                  to_unit = "org.freedesktop.systemd1 /unit/a org.freedesktop.systemd1.Unit ";
+const FakeBus::Failure not_today{"org.No", "not today"};
+
+std::string load(const std::string& unit) { return to_manager + "LoadUnit " + unit + "\n"; }
+
+/// Asks the manager to queue a job, and it does.
+std::string queue(const std::string& method, const std::string& unit, const std::string& mode) {
+  return to_manager + method + " " + unit + " " + mode + "\nINFO " + method + " '" + unit + "' issued successfully\n";
+}
+
+TEST_F(ASystemd, QueuesJobsOfUnits) {
+  EXPECT_TRUE(systemd.start_unit("a"));
+  EXPECT_TRUE(systemd.stop_unit("a"));
+  EXPECT_TRUE(systemd.restart_unit("a"));
+  EXPECT_TRUE(systemd.reload_unit("a"));
+  EXPECT_TRUE(systemd.start_stop_unit("a", Systemd::UNIT_ACTION_STOP, "fail"));
+  EXPECT_EQ(text(happened), queue("StartUnit", "a", "replace") + queue("StopUnit", "a", "replace") +
+                                queue("RestartUnit", "a", "replace") + queue("ReloadUnit", "a", "replace") +
+                                queue("StopUnit", "a", "fail"));
+}
+
+TEST_F(ASystemd, IsolatesATarget) {
+  EXPECT_TRUE(systemd.change_target("t"));
+  EXPECT_TRUE(systemd.start_isolate_target(".target"));
+  EXPECT_EQ(text(happened), queue("StartUnit", "t.target", "isolate") + "NOTICE Changed to target 't'\n" +
+                                queue("StartUnit", ".target", "isolate") + "NOTICE Changed to target '.target'\n");
+}
+
+TEST_F(ASystemd, StartsAndStopsTheServicesOfATarget) {
+  systemd.start_target_services("t");
+  systemd.stop_target_services("u.target");
+  EXPECT_EQ(text(happened), load("t.target") + to_unit + "Wants\n" + queue("StartUnit", "b.service", "replace") +
+                                queue("StartUnit", ".service", "replace") + load("u.target") + to_unit + "Wants\n" +
+                                queue("StopUnit", "b.service", "replace") + queue("StopUnit", ".service", "replace"));
+}
+
+TEST_F(ASystemd, AsksForEachServiceOfATargetThatIsToBeStopped) {
+  EXPECT_FALSE(systemd.are_target_services_stopped("t"));
+  EXPECT_EQ(text(happened), load("t.target") + to_unit + "Wants\n" + load("b.service") + to_unit + "ActiveState\n" +
+                                load(".service") + to_unit + "ActiveState\n");
+}
+
+TEST_F(ASystemd, AsksNothingWithoutAUnitOrAnAction) {
+  EXPECT_FALSE(systemd.start_unit(""));
+  EXPECT_FALSE(systemd.start_stop_unit("a", static_cast<Systemd::UnitAction>(4), "fail"));
+  EXPECT_EQ(systemd.get_unit_activestate(""), Systemd::ACTIVE_STATE_ERROR);
+  EXPECT_EQ(systemd.get_unit_installstate(""), Systemd::INSTALL_STATE_ERROR);
+  EXPECT_EQ(text(happened), "");
+}
+
+TEST_F(ASystemd, LogsWhatTheManagerRefuses) {
+  bus.method_failure = not_today;
+  EXPECT_FALSE(systemd.change_target("t"));
+  EXPECT_EQ(systemd.get_unit_activestate("a"), Systemd::ACTIVE_STATE_ERROR);
+  EXPECT_EQ(systemd.list_unit_dependencies("a", "Wants"), Transcript{});
+  const std::string refused = "ERROR Retrieving instance of 'a' via 'LoadUnit' failed: org.No: not today\n";
+  EXPECT_EQ(text(happened), to_manager + "StartUnit t.target isolate\n" +
+                                "ERROR Call to StartUnit 't.target' failed: org.No: not today\n" + load("a") +
+                                refused + load("a") + refused);
+}
+
+TEST_F(ASystemd, LogsAnErrorWithoutAName) {
+  bus.method_failure = FakeBus::Failure{nullptr, nullptr};
+  EXPECT_EQ(systemd.get_object_instance("d", "i", "/p", "a"), "");
+  EXPECT_EQ(text(happened), "d /p i LoadUnit a\nERROR Retrieving instance of 'a' via 'LoadUnit' failed: \n");
+}
+
+TEST_F(ASystemd, LogsAReplyThatIsNotAPath) {
+  bus.readable = false;
+  EXPECT_TRUE(systemd.start_unit("a"));
+  EXPECT_EQ(systemd.get_unit_installstate("a"), Systemd::INSTALL_STATE_ERROR);
+  const std::string begin = "ERROR DBus response message from ",
+                    end = " 'a' could not be parsed: No such device or address\n";
+  EXPECT_EQ(text(happened),
+            to_manager + "StartUnit a replace\n" + begin + "StartUnit" + end + load("a") + begin + "GetUnit" + end);
+}
+
+TEST_F(ASystemd, LogsThatThereIsNoBus) {
+  bus.connect_result = -ECONNREFUSED;
+  EXPECT_FALSE(systemd.start_unit("a"));
+  EXPECT_EQ(systemd.get_object_instance("d", "i", "/p", "a"), "");
+  EXPECT_EQ(systemd.get_property_value("d", "i", "/p", "Some"), "");
+  EXPECT_EQ(systemd.get_property_value_array("d", "i", "/p", "Some"), Transcript{});
+  const std::string line = "CRITICAL Unable to retrieve connection to DBus system bus: Connection refused";
+  EXPECT_EQ(happened, Transcript(4, line));
+}
+
+TEST_F(ASystemd, ReadsProperties) {
+  EXPECT_EQ(systemd.get_property_value("d", "i", "/p", "Some"), "active");
+  EXPECT_EQ(systemd.get_property_value_array("d", "i", "/p", "Some"), bus.list);
+  bus.list.clear();
+  EXPECT_EQ(systemd.get_property_value_array("d", "i", "/p", "Some"), Transcript{});
+  EXPECT_EQ(systemd.get_property_value("d", "i", "/p", "Some"), "");
+  EXPECT_EQ(systemd.get_object_instance("d", "i", "/p", "Some"), "");
+  EXPECT_EQ(text(happened), "d /p i Some\nd /p i Some\nd /p i Some\nd /p i Some\nd /p i LoadUnit Some\n");
+}
+
+TEST_F(ASystemd, LogsAPropertyThatCannotBeRead) {
+  bus.property_failure = not_today;
+  EXPECT_EQ(systemd.get_unit_installstate("a"), Systemd::INSTALL_STATE_DISABLED);
+  EXPECT_EQ(systemd.list_unit_dependencies("a", "Some"), Transcript{});
+  const std::string lines = "ERROR Retrieving property of ";
+  EXPECT_EQ(text(happened), load("a") + to_unit + "UnitFileState\n" + lines +
+                                "'UnitFileState' failed: org.No: not today\n" + load("a") + to_unit + "Some\n" +
+                                lines + "'Some' failed: org.No: not today\n");
 }
 
 /// "enabled-runtime" -> "INSTALL_STATE_ENABLED_RUNTIME"
@@ -129,47 +132,21 @@ std::string enumerator(const std::string& kind, const std::string& word) {
   return name;
 }
 
-TEST(States, AreKnownByTheirExactWords) {
+TEST_F(ASystemd, KnowsStatesByTheirExactWords) {
   const Transcript of_activity = {"active", "inactive", "activating", "deactivating", "reloading", "failed"},
                    of_files = {"enabled",        "enabled-runtime", "disabled",       "linked",
                                "linked-runtime", "masked",          "masked-runtime", "static"};
-  Transcript unused;
-  FakeBus bus(unused);
-  Systemd systemd;
   for (const Transcript& words : {of_activity, of_files, Transcript{"Active", "indirect"}}) {
     for (const std::string& word : words) {
       bus.property = word;
-      EXPECT_EQ(active(systemd), enumerator("ACTIVE", words == of_activity ? word : "error"));
-      EXPECT_EQ(install(systemd), enumerator("INSTALL", words == of_files ? word : "error"));
+      EXPECT_EQ(systemd.to_str(systemd.get_unit_activestate("a")),
+                enumerator("ACTIVE", words == of_activity ? word : "error"));
+      EXPECT_EQ(systemd.to_str(systemd.get_unit_installstate("a")),
+                enumerator("INSTALL", words == of_files ? word : "error"));
       EXPECT_EQ(systemd.is_target_active("t"), word == "active" || word == "activating") << word;
       EXPECT_EQ(systemd.are_target_services_stopped("t"),
                 words != of_activity || word == "inactive" || word == "failed")
           << word;
     }
   }
-}
-
-/// Works without a bus, as an application's test does.
-struct BuslessSystemd : Systemd {
-  Transcript list_unit_dependencies(const std::string& unit, const std::string& which) override {
-    return {unit + "." + which + ".service"};
-  }
-  ActiveState get_unit_activestate(const std::string& /*unit*/) override { return ACTIVE_STATE_ACTIVATING; }
-  bool start_unit(const std::string& unit) override { return note("start " + unit); }
-  bool stop_unit(const std::string& unit) override { return note("stop " + unit); }
-  bool start_isolate_target(const std::string& target) override { return note("isolate " + target); }
-  bool note(const std::string& what) {
-    happened += what + "\n";
-    return true;
-  }
-  std::string happened;
-};
-
-TEST(CompositeMembers, CallTheOthersThroughTheVirtualTable) {
-  BuslessSystemd systemd;
-  EXPECT_TRUE(systemd.change_target("t") && systemd.is_target_active("t"));
-  EXPECT_FALSE(systemd.are_target_services_stopped("t"));
-  systemd.start_target_services("t.target");
-  systemd.stop_target_services("t");
-  EXPECT_EQ(systemd.happened, "isolate t\nstart t.target.Wants.service\nstop t.target.Wants.service\n");
 }

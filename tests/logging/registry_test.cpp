@@ -9,5 +9,3 @@ TEST(AModule, IsOneObjectPerName) {
   EXPECT_NE(logging::module("door"), logging::module("window"));
   EXPECT_EQ(logging::module("door")->name, "door");
 }
-
-TEST(TheLogLevel, IsInfoAtFirst) { EXPECT_EQ(logging::get_log_level(), 6); }

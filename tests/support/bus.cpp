@@ -63,7 +63,7 @@ int sd_bus_message_read(sd_bus_message* reply, const char* types, ...) {
   if (!bus->readable || std::strcmp(types, "o") != 0) return -ENXIO;
   va_list arguments;
   va_start(arguments, types);
-  *va_arg(arguments, const char**) = reinterpret_cast<const char*>(reply);
+  *va_arg(arguments, const char**) = bus->list.empty() ? nullptr : reinterpret_cast<const char*>(reply);
   va_end(arguments);
   return 1;
 }
@@ -77,7 +77,7 @@ sd_bus_message* sd_bus_message_unref(sd_bus_message* reply) {
 int sd_bus_get_property_string(sd_bus* /*connection*/, const char* destination, const char* path,
                                const char* interface, const char* member, sd_bus_error* error, char** value) {
   if (answer(bus->property_failure, error, {destination, path, interface, member}) < 0) return -EIO;
-  *value = ::strdup(bus->property.c_str());
+  *value = bus->list.empty() ? nullptr : ::strdup(bus->property.c_str());
   return 1;
 }
 

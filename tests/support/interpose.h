@@ -50,8 +50,8 @@ struct FakeBus {
   std::optional<Failure> method_failure, property_failure;
   bool readable = true;  ///< whether replies hold an object path
   std::string property = "active";
-  std::vector<std::string> list = {"b.service", "c",
-                                   ".service"};  ///< an empty list is a null array, as sd-bus gives it
+  /// An empty list is a null array, as sd-bus gives it; strings are null then, too.
+  std::vector<std::string> list = {"b.service", "c", ".service"};
 
   Transcript& notes;
   int held = 0;  ///< connections, replies and errors that the library has not released yet

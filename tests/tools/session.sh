@@ -20,7 +20,7 @@ port() {
   rm -f "$1.said"
   keltipc-portsim --backend "${KELTIPC_BACKEND:-pty}" "$@" >"$1.said" 2>&1 &
   printf -v "$1" %d $!
-  soon grep -q . "$1.said"
+  until [[ -s $1.said ]] || ! kill -0 $!; do sleep 0.02; done
 }
 
 # start NAME COMMAND...: starts a command. "$NAME" is its process, NAME holds its output, and NAME.said its messages.

@@ -36,7 +36,7 @@ inline std::string value_name(const CLI::Option& option) {
 
 /// "--frame is given twice" for the "--frame: At Most 1 required but received 2" of CLI11, and so on.
 inline std::string in_plain_words(const CLI::App& command, const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   const CLI::Option* const option = command.get_option_no_throw(text.substr(0, text.find(':')));
   if (error.get_name() != "ArgumentMismatch" || option == nullptr) return text;
   const std::string name = option->get_name();
@@ -74,7 +74,9 @@ inline std::string complaint(const CLI::App& app, const CLI::ParseError& error) 
 inline int report(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) {
     app.exit(error);
-    return exit_done;
+    if (std::cout.flush()) return exit_done;
+    std::cerr << app.get_name() << ": cannot write to standard output" << std::endl;
+    return exit_failed;
   }
   std::cerr << app.get_name() + ": " + complaint(app, error) + help_hint(chosen_command(app)) + "\n";
   return exit_usage;

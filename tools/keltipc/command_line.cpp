@@ -1,6 +1,3 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
@@ -15,6 +12,7 @@
 #include "input_error.h"
 #include "out_of_memory.h"
 #include "say.h"
+#include "standard_streams.h"
 #include "stop_signals.h"
 #include "unit_manager.h"
 #include "usage.h"
@@ -375,14 +373,6 @@ int run_tool(int argc, char** argv) {
   } catch (const InputError& error) {
     say(error.what() + help_hint(chosen_command(app)));
     return exit_usage;
-  }
-}
-
-/// Where a standard stream was closed, the next device opened would get its number, and messages meant for people
-/// would go to the device. Opened the wrong way round, so that using the stream still fails.
-void occupy_closed_streams() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    if (::fcntl(fd, F_GETFD) == -1) ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   }
 }
 

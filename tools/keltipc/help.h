@@ -48,8 +48,6 @@ with -t: the time and ID: STATUS, STAMP { BYTES }, where STAMP is that of the
 last start frame; a terminal shows 64 bytes at most. Elsewhere the log line that
 'keltipc send --replay' takes back:
   (SECONDS.MICROS) DEVICE ID:STATUS:STAMP#HEX
-In DEVICE, blanks, backslashes, control characters and bytes that are not UTF-8
-are written \xHH.
 
 Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
 status:
@@ -72,10 +70,7 @@ port could not be opened, or no line was printed within --idle; 128 + n after
 signal n.)";
 
 constexpr const char* watch_help =
-    R"(A port has one reader. A second one takes messages away from the first, and
-both get signals that are wrong. 'fuser -v DEVICE' lists who has it open.
-
-A row an identifier, drawn once a second: count, signals a second, shortest and
+    R"(A row an identifier, drawn once a second: count, signals a second, shortest and
 longest length, last status, time since the last signal, and the first bytes of
 its payload. Bytes that changed within the last second are in reverse video. The
 first line has the frames and the rates, the second what was lost or wrong, the

@@ -78,7 +78,7 @@ class WaitingClient {
     if (result == "dependency") return "a unit that it requires failed";
     if (result == "invalid") return "it is not active";
     if (result == "assert") return "an assertion of the unit failed";
-    if (result == "canceled") return "another job cancelled it";
+    if (result == "canceled") return "its job was cancelled";
     if (result == "timeout") return "it timed out";
     return result == "failed" ? explain_failure(unit) : result;
   }

@@ -35,7 +35,7 @@ constexpr std::pair<std::string_view, const char*> rewordings[] = {
     {"Call to StopUnit", "cannot stop"},
     {"Call to RestartUnit", "cannot restart"},
     {"Call to ReloadUnit", "cannot reload"},
-    {"Retrieving instance of", "cannot load"},
+    {"Retrieving instance of", "cannot query"},
     {"Retrieving property of", "cannot read the property"},
 };
 

@@ -6,8 +6,9 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
-#include <iostream>
 #include <new>
+#include <optional>
+#include <random>
 
 #include "descriptor.h"
 #include "escape.h"
@@ -16,6 +17,8 @@
 #include "message_queue.h"
 #include "out_of_memory.h"
 #include "port.h"
+#include "standard_streams.h"
+#include "stop.h"
 #include "stop_signals.h"
 #include "usage.h"
 #include "whole_number.h"
@@ -28,6 +31,7 @@ struct Options {
   SimulatedPort port{"", 16, 0};
   std::string backend = "auto";
   QueueSettings queue;
+  std::optional<std::uint32_t> seed;
 };
 
 /// "640" -> "416": octal, as chmod(1) takes it
@@ -71,45 +75,62 @@ void add_port_options(CLI::App& app, Options& options) {
       ->type_name("COUNT");
 }
 
-void add_misbehaviour(CLI::App& app, QueueSettings& queue) {
-  const char* const group = "To test an application";
-  app.add_option("--lose", queue.lose_every, "Lose the last of every N messages written")
+std::string check_fault_rate(const std::string& text) {
+  if (parse_fault_rate(text)) return {};
+  return quote(text) + " is not a count or a percentage, such as 100 or 0.5%";
+}
+
+void add_fault(CLI::App& app, const char* name, FaultRate& rate, const char* help) {
+  app.add_option_function<std::string>(
+         name, [&rate](const std::string& text) { rate = *parse_fault_rate(text); }, help)
+      ->check(CLI::Validator(check_fault_rate, ""))
+      ->type_name("N|P%");
+}
+
+void add_misbehaviour(CLI::App& app, Options& options) {
+  app.option_defaults()->group("To test an application");
+  FaultSettings& faults = options.queue.faults;
+  add_fault(app, "--lose", faults.lose, "Lose every N-th message, or P% at random");
+  add_fault(app, "--corrupt", faults.corrupt, "Invert one bit of every N-th, or of P%");
+  add_fault(app, "--duplicate", faults.duplicate, "Deliver every N-th twice, or P%");
+  add_fault(app, "--swap", faults.swap, "Deliver every N-th after the next one, or P%");
+  app.add_option("--seed", options.seed, "Repeat the random faults of an earlier run")
+      ->transform(whole_number(0))
+      ->type_name("NUMBER");
+  app.add_option("--hang-up-after", options.queue.hang_up_after, "Hang up and exit when N messages were read")
       ->transform(whole_number(1))
-      ->type_name("N")
-      ->group(group);
-  app.add_option("--hang-up-after", queue.hang_up_after, "Hang up and exit when N messages were read")
-      ->transform(whole_number(1))
-      ->type_name("N")
-      ->group(group);
-  app.add_option("--delay", queue.delay_ms, "Deliver each message that much later")
+      ->type_name("N");
+  app.add_option("--delay", options.queue.delay_ms, "Deliver each message that much later")
       ->transform(whole_number(1, 1'000'000))
-      ->type_name("MS")
-      ->group(group);
+      ->type_name("MS");
 }
 
 bool chooses_cuse(const Options& options) {
   if (options.backend != "auto") return options.backend == "cuse";
   if (Descriptor(::open("/dev/cuse", O_RDWR | O_CLOEXEC))) return true;
-  std::cerr << "keltipc-portsim: /dev/cuse cannot be opened (" << std::strerror(errno)
-            << "): a pseudo-terminal stands in for the device" << std::endl;
+  say(std::string("/dev/cuse cannot be opened (") + std::strerror(errno) +
+      "): a pseudo-terminal stands in for the device");
   return false;
 }
 
-void run(const Options& options) {
+/// Gives the stop signal that ended the port, or 0.
+int run(Options options) {
   make_room(options.port.path);
-  const sigset_t signals = stop_signals();
-  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // The port stays when the reader of its --trace goes.
-  ::signal(SIGPIPE, SIG_IGN);
-  MessageQueue queue(options.queue, std::cout);
+  HeldStopSignals signals;
+  ::signal(SIGPIPE, SIG_IGN);  // The port stays when the reader of its --trace goes.
+  const bool needs_seed = options.queue.faults.are_random() && !options.seed;
+  options.queue.faults.seed = needs_seed ? std::random_device{}() : options.seed.value_or(0);
+  MessageQueue queue(options.queue);
   const auto ready = [&](const char* kind) {
-    // In one piece, so that a script that waits for this line finds it whole.
-    std::cerr << "keltipc-portsim: " + escape_word(options.port.path) + " is a loop-back port with messages of " +
-                     std::to_string(options.port.frame_size) + " bytes (" + kind + ")\n";
+    say(escape_word(options.port.path) + " is a loop-back port with messages of " +
+        std::to_string(options.port.frame_size) + " bytes (" + kind + ")");
+    if (needs_seed) say("the faults are those of --seed " + std::to_string(options.queue.faults.seed));
   };
   (chooses_cuse(options) ? run_cuse_port : run_pty_port)(options.port, queue, ready);
-  if (queue.has_hung_up()) std::cerr << "keltipc-portsim: hung up" << std::endl;
-  std::cerr << "keltipc-portsim: " << queue.counts() << std::endl;
+  const int stop = signals.take();
+  if (queue.has_hung_up()) say("hung up");
+  say(queue.counts());
+  return stop;
 }
 
 int run_tool(int argc, char** argv) {
@@ -124,25 +145,27 @@ int run_tool(int argc, char** argv) {
       ->required()
       ->option_text(" ");
   add_port_options(app, options);
-  add_misbehaviour(app, options.queue);
+  add_misbehaviour(app, options);
   add_help(app, "keltipc-portsim " KELTIPC_VERSION);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return report(app, error);
   }
-  run(options);
+  // A shell loop ends with Ctrl+C only if the command dies of it. To be stopped by a service manager is success.
+  if (run(options) == SIGINT) end_by_signal(SIGINT);
   return exit_done;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupy_closed_streams();
   std::set_new_handler([] { end_without_memory("keltipc-portsim: out of memory\n"); });
   try {
     return run_tool(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "keltipc-portsim: " << error.what() << std::endl;
+    say(error.what());
     return exit_failed;
   }
 }

@@ -1,27 +1,31 @@
 #include "message_queue.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sstream>
 #include <utility>
 
 #include "hex.h"
+#include "stop.h"
 
 namespace keltipc {
 
-MessageQueue::MessageQueue(const QueueSettings& queue_settings, std::ostream& trace_output)
-    : settings(queue_settings), trace(trace_output) {}
+MessageQueue::MessageQueue(const QueueSettings& queue_settings) : settings(queue_settings), faults(settings.faults) {}
 
 void MessageQueue::push(std::string message) {
   if (messages.size() >= settings.depth) {
     ++dropped;
     return;
   }
-  ++accepted;
-  if (settings.lose_every != 0 && accepted % settings.lose_every == 0) {
-    ++lost;
-    return;
+  const auto due = Clock::now() + std::chrono::milliseconds(settings.delay_ms);
+  const auto delivered = faults.apply(std::move(message));
+  for (const std::string& one : delivered) {
+    if (settings.trace > 0) trace(one);
+    messages.push_back({one, due});
   }
-  if (settings.trace > 0) show(message);
-  messages.push_back({std::move(message), Clock::now() + std::chrono::milliseconds(settings.delay_ms)});
 }
 
 bool MessageQueue::is_readable() const {
@@ -48,13 +52,15 @@ void MessageQueue::take_back(std::size_t popped) {
 }
 
 std::string MessageQueue::counts() const {
-  return std::to_string(passed) + (passed == 1 ? " message" : " messages") + " passed, " + std::to_string(lost) +
-         " lost, " + std::to_string(dropped) + " dropped, " + std::to_string(messages.size() + unread_elsewhere) +
-         " not read";
+  std::ostringstream text;
+  text << passed << (passed == 1 ? " message passed, " : " messages passed, ") << faults.lost << " lost, " << dropped
+       << " dropped, " << faults.duplicated << " duplicated, " << faults.swapped << " swapped, " << faults.corrupted
+       << " corrupted, " << messages.size() + faults.held_back() + unread_elsewhere << " not read";
+  return text.str();
 }
 
 /// Header fields apart from the data: "5a 00 00 00  00 00  14 00  41 42 43 ..."
-void MessageQueue::show(const std::string& message) {
+void MessageQueue::trace(const std::string& message) {
   --settings.trace;
   std::string line;
   for (std::size_t i = 0; i < message.size(); ++i) {
@@ -62,7 +68,9 @@ void MessageQueue::show(const std::string& message) {
     line += i == 0 ? "" : begins_field ? "  " : " ";
     append_hex_byte(line, message[i]);
   }
-  trace << line << std::endl;
+  if (write_unless_stopped(STDOUT_FILENO, line + "\n")) return;
+  settings.trace = 0;
+  say(std::string("the trace ends here: ") + std::strerror(errno));
 }
 
 }  // namespace keltipc

@@ -3,8 +3,9 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
-#include <ostream>
 #include <string>
+
+#include "faults.h"
 
 namespace keltipc {
 
@@ -14,8 +15,8 @@ enum class WhenFull { block, drop };
 struct QueueSettings {
   std::size_t depth = 1024;  ///< how many messages it holds, at least one
   WhenFull when_full = WhenFull::block;
-  std::size_t trace = 0;          ///< how many of the first messages are printed
-  std::size_t lose_every = 0;     ///< 5: loses the fifth message, the tenth, ...
+  std::size_t trace = 0;  ///< how many of the first messages are printed
+  FaultSettings faults;
   std::size_t hang_up_after = 0;  ///< after that many messages were read
   unsigned int delay_ms = 0;      ///< how long a message is kept from its readers
 };
@@ -23,10 +24,11 @@ struct QueueSettings {
 /// What was written to the port and not read yet, one message an element. Keeps count.
 class MessageQueue {
  public:
-  MessageQueue(const QueueSettings& queue_settings, std::ostream& trace_output);
+  explicit MessageQueue(const QueueSettings& queue_settings);
 
   /// Whether a message can be pushed now. A full queue that does not drop makes its writers wait.
   bool accepts() const { return messages.size() < settings.depth || settings.when_full == WhenFull::drop; }
+  /// A message that is pushed makes none, one or several for the readers: what faults add has room beyond the depth.
   void push(std::string message);
 
   /// Whether a message can be popped now.
@@ -44,7 +46,7 @@ class MessageQueue {
   /// Corrects the counts by messages that were written but not pushed yet.
   void add_unread(std::size_t written) { unread_elsewhere += written; }
 
-  /// "12 messages passed, 4 lost, 0 dropped, 3 not read"
+  /// "12 messages passed, 4 lost, 0 dropped, 1 duplicated, 2 swapped, 1 corrupted, 3 not read"
   std::string counts() const;
 
  private:
@@ -54,14 +56,12 @@ class MessageQueue {
     Clock::time_point due;
   };
 
-  void show(const std::string& message);
+  void trace(const std::string& message);
 
   QueueSettings settings;
-  std::ostream& trace;
+  Faults faults;
   std::deque<Message> messages;
-  std::size_t accepted = 0;
   std::size_t passed = 0;
-  std::size_t lost = 0;
   std::size_t dropped = 0;
   std::size_t unread_elsewhere = 0;
 };

@@ -10,13 +10,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <iostream>
 #include <stdexcept>
 #include <utility>
 
 #include "descriptor.h"
 #include "link.h"
 #include "port.h"
+#include "stop.h"
 #include "stop_signals.h"
 
 // The slave of a pseudo-terminal in raw mode is a character device that stat, open, poll, read and write treat like a
@@ -56,8 +56,8 @@ Descriptor open_slave(const std::string& path, const SimulatedPort& port) {
 }
 
 /// A writer's frame reaches the master in parts only while the line is full, and the rest follows as soon as it has
-/// room. After a second without any traffic the writer must have been interrupted: its partial frame is discarded, or
-/// it would shift the frames that follow.
+/// room. If for a second all that was read ended within a frame, a writer must have been interrupted: what is there
+/// of the frame is discarded, because it would shift all the frames that follow.
 constexpr std::chrono::milliseconds rest_comes_within(1000);
 
 /// Reads all that a descriptor holds. Returns the number of bytes.
@@ -73,42 +73,21 @@ class Relay {
  public:
   Relay(int master, std::size_t frame_size, MessageQueue& messages) : fd(master), size(frame_size), queue(messages) {}
 
-  short wanted_events() const {
-    const bool has_output = !outgoing.empty() || queue.is_readable();
-    return static_cast<short>((queue.accepts() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
-  }
-
-  /// Reads at most one frame a call, because the queue may have room for one only.
-  void receive() {
-    const std::size_t had = incoming.size();
-    incoming.resize(size);
-    const ssize_t got = ::read(fd, incoming.data() + had, size - had);
-    incoming.resize(had + (got > 0 ? static_cast<std::size_t>(got) : 0));
-    if (incoming.size() == size) queue.push(std::exchange(incoming, {}));
-  }
-
-  void send() {
-    if (outgoing.empty()) outgoing = queue.pop();
-    const ssize_t put = ::write(fd, outgoing.data(), outgoing.size());
-    if (put > 0) outgoing.erase(0, static_cast<std::size_t>(put));
-  }
-
-  /// How long poll may wait: until a message becomes readable, or the rest of one is late.
-  int timeout() const {
-    const int to_readable = queue.ms_to_readable();
-    if (!waits_for_rest()) return to_readable;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(quiet_since + rest_comes_within - Clock::now());
-    const int to_late = std::max(0, static_cast<int>(left.count()));
-    return to_readable < 0 ? to_late : std::min(to_readable, to_late);
-  }
-
-  void note_traffic() { quiet_since = Clock::now(); }
-
-  void give_up_late_rest() {
-    if (!waits_for_rest() || Clock::now() < quiet_since + rest_comes_within) return;
-    std::cerr << "keltipc-portsim: discarded " << incoming.size() << " bytes of a message whose rest never came"
-              << std::endl;
-    incoming.clear();
+  void run_until_stopped(int stop) {
+    while (!has_hung_up()) {
+      // Before `wanted_events`, so that no message becomes readable unnoticed in between.
+      const int timeout = longest_wait();
+      std::array<pollfd, 2> watched{{{fd, wanted_events(), 0}, {stop, POLLIN, 0}}};
+      if (::poll(watched.data(), watched.size(), timeout) < 0 && errno != EINTR) fail("poll");
+      if (watched[1].revents != 0) return;
+      if ((watched[0].revents & POLLIN) != 0) {
+        receive();
+      } else if ((watched[0].events & POLLIN) != 0) {
+        give_up_late_rest();
+      }
+      if ((watched[0].revents & POLLOUT) != 0) send();
+      pass_on();
+    }
   }
 
   bool has_hung_up() const { return queue.has_hung_up() && outgoing.empty(); }
@@ -122,30 +101,54 @@ class Relay {
  private:
   using Clock = std::chrono::steady_clock;
 
-  bool waits_for_rest() const { return !incoming.empty() && queue.accepts(); }
+  short wanted_events() const {
+    const bool has_output = !outgoing.empty() || queue.is_readable();
+    return static_cast<short>((queue.accepts() ? POLLIN : 0) | (has_output ? POLLOUT : 0));
+  }
+
+  /// As poll(2) takes it: until a message becomes readable, or the rest of one is late.
+  int longest_wait() const {
+    const int to_readable = queue.ms_to_readable();
+    if (incoming.empty() || !queue.accepts()) return to_readable;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(whole_at + rest_comes_within - Clock::now());
+    const int to_late = std::max(0, static_cast<int>(left.count()));
+    return to_readable < 0 ? to_late : std::min(to_readable, to_late);
+  }
+
+  void send() {
+    if (outgoing.empty()) outgoing = queue.pop();
+    const ssize_t put = ::write(fd, outgoing.data(), outgoing.size());
+    if (put > 0) outgoing.erase(0, static_cast<std::size_t>(put));
+  }
+
+  /// Reads all that the line holds, if that is less than its capacity.
+  void receive() {
+    const std::size_t had = incoming.size();
+    incoming.resize(had + line_capacity);
+    const ssize_t got = ::read(fd, incoming.data() + had, line_capacity);
+    incoming.resize(had + (got > 0 ? static_cast<std::size_t>(got) : 0));
+    const bool was_full = got == static_cast<ssize_t>(line_capacity);
+    if (had == 0 || was_full || incoming.size() % size == 0) whole_at = Clock::now();
+  }
+
+  void pass_on() {
+    for (; incoming.size() >= size && queue.accepts(); incoming.erase(0, size)) queue.push(incoming.substr(0, size));
+    if (!queue.accepts()) whole_at = Clock::now();
+  }
+
+  void give_up_late_rest() {
+    if (incoming.empty() || Clock::now() < whole_at + rest_comes_within) return;
+    say("discarded " + std::to_string(incoming.size()) + " bytes of a message whose rest never came");
+    incoming.clear();
+  }
 
   int fd;
   std::size_t size;
   MessageQueue& queue;
   std::string incoming;
   std::string outgoing;
-  Clock::time_point quiet_since = Clock::now();
+  Clock::time_point whole_at;  ///< the last time at which no writer seemed to be interrupted
 };
-
-void relay_until_stopped(Relay& relay, int master, int stop) {
-  while (!relay.has_hung_up()) {
-    // Before `wanted_events`, so that no message becomes readable unnoticed in between.
-    const int timeout = relay.timeout();
-    std::array<pollfd, 2> watched{{{master, relay.wanted_events(), 0}, {stop, POLLIN, 0}}};
-    const int ready = ::poll(watched.data(), watched.size(), timeout);
-    if (ready < 0 && errno != EINTR) fail("poll");
-    if (watched[1].revents != 0) return;
-    if (ready > 0) relay.note_traffic();
-    if (ready == 0) relay.give_up_late_rest();
-    if ((watched[0].revents & POLLOUT) != 0) relay.send();
-    if ((watched[0].revents & POLLIN) != 0) relay.receive();
-  }
-}
 
 /// A hang-up discards the messages that the line holds, so wait until they are read. Only polling can find that out.
 void wait_until_read(int slave, int stop) {
@@ -169,7 +172,7 @@ void run_pty_port(const SimulatedPort& port, MessageQueue& queue, const std::fun
   const Link link(slave_name, port.path);
   ready("a pseudo-terminal");
   Relay relay(master.get(), port.frame_size, queue);
-  relay_until_stopped(relay, master.get(), stop.get());
+  relay.run_until_stopped(stop.get());
   if (relay.has_hung_up()) wait_until_read(slave.get(), stop.get());
   relay.count_unread(slave.get());
 }
