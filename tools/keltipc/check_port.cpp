@@ -42,11 +42,11 @@ void CheckedPort::watch() {
   }
 }
 
-/// Calls take microseconds, and a busy machine may delay them. What takes a second more waits for something.
+/// Calls take microseconds, and a busy machine may delay them. What takes five seconds more waits for something.
 template <typename Call>
 long CheckedPort::call(const char* row, const Call& system_call, milliseconds expected) {
   calling = row;
-  due = Clock::now() + expected + std::chrono::seconds(1);
+  due = Clock::now() + expected + std::chrono::seconds(5);
   const long result = static_cast<long>(system_call());
   due = Clock::time_point::max();
   call_text = result >= 0 ? std::to_string(result) + " bytes" : errno == EAGAIN ? "EAGAIN" : std::strerror(errno);
