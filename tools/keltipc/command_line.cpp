@@ -213,7 +213,10 @@ void declare_dump(CLI::App& command, DumpOptions& options) {
 }
 
 void declare_check(CLI::App& command, CheckOptions& options) {
-  command.add_option("DEVICE", options.device, "The port's device")->required()->option_text(" ");
+  command.add_option("DEVICE", options.device, "The port's device")
+      ->required()
+      ->check(not_empty("no device is named"))
+      ->option_text(" ");
   command.add_flag("--receive", options.receive, "Read messages, which the application does not get");
   command.add_option("--send", options.send, "Write three signals of one frame each")->type_name("ID");
   command.add_flag("--loop-back", options.loop_back, "Both, on a port whose messages come back");
