@@ -14,7 +14,7 @@ namespace ecu::vorn::ipc {
 struct KELTIPC_EXPORT IpcSignal {
   /// Sending: all 32 bits are sent. Received: the low 28 bits.
   std::uint32_t signal_id = 0;
-  /// Received: the top four bits of the identifier that was sent, 0..15. Ignored when sending.
+  /// Received: the top four bits of the first word of the signal's last frame, 0..15. Ignored when sending.
   std::uint8_t status = 0;
   /// Received: the stamp of the sampling frame to which the signal belongs. Ignored when sending.
   std::uint64_t sampling_frame = 0;

@@ -37,13 +37,14 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
 
   void set_consumer(std::unique_ptr<IDataConsumer<IpcSignal>> new_consumer) override;
 
-  /// Sets the identifier, 28 bits, of the frames that open a sampling frame (default: 0). Takes effect at the next
-  /// `receive_data`.
+  /// Sets the identifier of the frames that open a sampling frame (default: 0). One above 0x0FFFFFFF never matches,
+  /// because received identifiers have 28 bits. Takes effect at the next `receive_data`.
   void set_frame_start_id(unsigned int id);
 
   /// Closes the port that is open, if any, and opens the character device read-only. If that fails, retries every
   /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt; no port is
-  /// open then. The flags are O_RDONLY, without O_CLOEXEC: a program started with exec inherits the file descriptor.
+  /// open then, nor after an exception of the logging library. The flags are O_RDONLY, without O_CLOEXEC: a program
+  /// started with exec inherits the file descriptor.
   bool open(const std::string& device);
 
   /// Receives until stopped: one read(2) for each frame, one `consume` for each complete signal.
@@ -53,10 +54,14 @@ class KELTIPC_EXPORT QueuePortReader : public IDataSource<IpcSignal> {
   /// end it then). It returns at once, with an ERROR line and without `on_finish`, if no port is open or poll(2)
   /// fails; a signal handled on this thread makes poll(2) fail with EINTR. An incomplete signal is lost when it
   /// returns.
+  ///
+  /// After a short or failed read, bytes of the last frame are processed again. So after a hang-up the loop takes a
+  /// whole CPU, and may call `consume` with the last signal again and again.
   void receive_data() override;
 
-  /// Requests the loop to end, and returns at once. May be called from a signal handler. If no loop is running, the
-  /// request applies to the next one.
+  /// Requests the loop to end, and returns at once. Does not end a running `open`. If no loop is running, the request
+  /// applies to the next one. May be called from a signal handler; one that runs on the receiving thread interrupts
+  /// poll(2), so the loop ends without `on_finish`, and the request applies to the next `receive_data`.
   void stop();
 
  private:

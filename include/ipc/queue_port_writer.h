@@ -25,17 +25,17 @@ class KELTIPC_EXPORT QueuePortWriter {
 
   /// Closes the port that is open, if any, and opens the character device for writing. If that fails, retries every
   /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt; no port is
-  /// open then, and `transmit_data` still reopens the path of the last successful `open`. The flags are O_WRONLY |
-  /// O_SYNC, without O_CLOEXEC: a program started with exec inherits the file descriptor.
+  /// open then, nor after an exception, and `transmit_data` still reopens the path of the last successful `open`. The
+  /// flags are O_WRONLY | O_SYNC, without O_CLOEXEC: a program started with exec inherits the file descriptor.
   bool open(const std::string& device);
 
   /// Cuts the signal into frames and writes each with one write(2). A signal without data gives no frame.
   ///
   /// Blocks as long as the device blocks the writes. If the port's node is gone, or no port is open, first reopens
   /// the path of the last successful `open`, which can take 60 s; if that fails, returns false and has written
-  /// nothing. True means handed to the device: failed or short writes are not reported, and nothing tells whether the
-  /// signal was received. The limit is 65535 bytes: a longer signal is sent, but arrives damaged
-  /// (docs/frame-format.md).
+  /// nothing. A writer that was never opened has no path, so this always takes 60 s and fails. True means handed to
+  /// the device: failed or short writes are not reported, and nothing tells whether the signal was received. The
+  /// limit is 65535 bytes: a longer signal is sent, but arrives damaged (docs/frame-format.md).
   bool transmit_data(const IpcSignal& signal);
 
  private:

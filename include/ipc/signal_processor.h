@@ -41,11 +41,12 @@ class KELTIPC_EXPORT SignalProcessor {
   SignalProcessor(const SignalProcessor&) = delete;
   SignalProcessor& operator=(const SignalProcessor&) = delete;
 
-  /// Processes one frame. Check `get_state` afterwards.
+  /// Processes one frame. Check `get_state` afterwards, and `take` a complete signal: otherwise the next frame's
+  /// bytes are appended to it. After a lost frame a signal can grow, and take memory, until the next start frame.
   void process(Frame&& frame);
 
-  /// Returns the signal in STATE_COMPLETE, without copying its bytes; nothing in any other state. A second call
-  /// before the next frame returns an empty signal.
+  /// Returns the signal in STATE_COMPLETE, without copying its bytes. A second call before the next frame returns a
+  /// signal that is empty but for its `sampling_frame`. In any other state logs a WARNING line and returns nothing.
   std::optional<IpcSignal> take();
 
   State get_state() const { return state; }

@@ -12,9 +12,10 @@ namespace ecu::vorn::ipc {
 /// Controls and queries systemd units through the manager's D-Bus interface (org.freedesktop.systemd1(5)).
 ///
 /// Any number of threads may share an object: it holds only D-Bus names. Each call uses the calling thread's default
-/// system bus and waits for the reply (docs/blocking.md says how long). On failure a member logs an ERROR or CRITICAL
-/// line to the module "ipc.systemd" and returns false, an empty string or vector, ACTIVE_STATE_ERROR or
-/// INSTALL_STATE_ERROR. Throws only std::bad_alloc.
+/// system bus and waits for the reply (docs/blocking.md says how long). If the bus or the manager fails or refuses, a
+/// member logs an ERROR or CRITICAL line to the module "ipc.systemd" and returns false, an empty string or vector,
+/// ACTIVE_STATE_ERROR or INSTALL_STATE_ERROR. An empty unit name, an action outside the enumeration and an unknown
+/// state give the same results without a line. Throws only std::bad_alloc.
 ///
 /// To test an application without a bus, derive from this class and override the members that use the bus:
 /// `start_isolate_target`, `list_unit_dependencies`, the two states, and the four actions on units. The other virtual
@@ -56,7 +57,7 @@ class KELTIPC_EXPORT Systemd {
   virtual ~Systemd();
 
   /// @name Targets
-  /// ".target" is appended to a name that does not end in it.
+  /// ".target" is appended to a target's name that does not end in it.
   /// @{
 
   /// Switches the system to the target: starts it and stops every unit that it does not need, possibly the caller's
@@ -72,7 +73,8 @@ class KELTIPC_EXPORT Systemd {
   /// True for a target that is active or activating, false for one that is reloading.
   virtual bool is_target_active(const std::string& target);
 
-  /// A string-array property of the unit's interface org.freedesktop.systemd1.Unit, for example "Wants".
+  /// A string-array property of the unit's interface org.freedesktop.systemd1.Unit, for example "Wants". `unit` is a
+  /// full unit name: nothing is appended.
   virtual std::vector<std::string> list_unit_dependencies(const std::string& unit, const std::string& property);
 
   /// All units in the target's property "Wants", not only services.
@@ -107,8 +109,8 @@ class KELTIPC_EXPORT Systemd {
 
   /// @}
 
-  /// The enumerator's name, such as "Systemd::ACTIVE_STATE_ACTIVE". Empty for a value outside the enumeration; only
-  /// one thread at a time may pass such values.
+  /// The enumerator's name, such as "Systemd::ACTIVE_STATE_ACTIVE". Empty for a value outside the enumeration: while
+  /// one thread passes such a value, no other thread may call this overload at all, on any object.
   std::string to_str(ActiveState state);
   std::string to_str(InstallState state);  ///< The same for install states.
 

@@ -11,8 +11,8 @@ namespace ecu::vorn::ipc::utils {
 /// True if `path` names a character device. Follows symbolic links.
 KELTIPC_EXPORT bool is_char_dev(const std::string& path);
 
-/// True if `fd` is open on a character device whose node still exists. After a node is removed, the file descriptor
-/// can still be used, but its link count is 0 and nothing reaches the other side.
+/// True if `fd` is open on a character device whose node still exists. After the node is removed, its link count is
+/// 0. The file descriptor can still be used then; whether anybody receives what is written depends on the driver.
 KELTIPC_EXPORT bool is_queuing_port_ok(int fd);
 
 }  // namespace ecu::vorn::ipc::utils

@@ -22,8 +22,10 @@
 ///     logging::INFO << log << "opened after " << milliseconds << " ms";
 ///     logging::INFO.do_flush();
 ///
-/// A line belongs to the thread that begins it: neither the text nor the format state of several threads mixes.
-/// libkeltipc imports these operations by name, so that an application can replace this library (docs/logging.md).
+/// A line belongs to the thread that begins it: neither the text nor the format state of several threads mixes. Text
+/// that is written to a level without a module is lost, and so is a line that is not ended when its thread exits.
+/// Writing a line never throws: if there is no memory for it, it is lost. libkeltipc imports these operations by
+/// name, so that an application can replace this library (docs/logging.md).
 namespace ecu::vorn::logging {
 
 /// A named source of lines. The flag must be the first member, because libkeltipc reads the object's first byte: any
@@ -54,8 +56,9 @@ using Sink = std::function<void(int level, const std::string& module, const std:
 ///
 /// The sink is called on the thread that ended the line, for one line at a time; other threads that log wait for it.
 /// When `set_sink` returns, the previous sink is not running and will not be called again (if `set_sink` was called
-/// by a sink: as soon as that sink returns). An exception from a sink loses the line. A line logged inside a sink
-/// goes to standard error. A sink must not wait for a thread that logs or forks.
+/// by a sink: as soon as that sink returns). If there is no memory for it, it throws std::bad_alloc and changes
+/// nothing. An exception from a sink loses the line. A line logged inside a sink goes to standard error. A sink must
+/// not wait for a thread that logs or forks.
 KELTLOGGING_EXPORT void set_sink(Sink sink);
 
 /// The default sink: writes each line to standard error with one write(2), control characters escaped.

@@ -14,7 +14,8 @@ bool is_queuing_port_ok(int fd) {
   if (fd < 0) return false;
   struct stat record {};
   if (::fstat(fd, &record) == -1) return false;
-  // After the node was removed the file descriptor stays open, but nothing written to it reaches the other side.
+  // After the node was removed, the file descriptor stays open. Whether anybody receives what is written is up to the
+  // driver.
   return S_ISCHR(record.st_mode) && record.st_nlink != 0;
 }
 
