@@ -57,7 +57,7 @@ struct AReader : testing::Test {
 const std::string poll_failed = "ERROR Error while reading the queue\n",
                   stopped = "INFO Stop reading set, finish/end reader!\non_finish\n";
 
-TEST_F(AReader, PollsFor300MillisecondsAndReadsOneFrameAtATime) {
+TEST_F(AReader, ReadsOneFrameAfterEachPoll) {
   ecu::vorn::logging::set_log_level(7);
   port.notes = &happened;
   sampling_frame();

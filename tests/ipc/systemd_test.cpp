@@ -46,7 +46,7 @@ TEST_F(ASystemd, IsolatesATarget) {
                                 queue("StartUnit", ".target", "isolate") + "NOTICE Changed to target '.target'\n");
 }
 
-TEST_F(ASystemd, StartsAndStopsTheServicesOfATarget) {
+TEST_F(ASystemd, QueuesJobsOfTheServicesOfATarget) {
   systemd.start_target_services("t");
   systemd.stop_target_services("u.target");
   EXPECT_EQ(text(happened), load("t.target") + to_unit + "Wants\n" + queue("StartUnit", "b.service", "replace") +

@@ -12,7 +12,7 @@ extern "C" int sd_journal_sendv(const iovec* parts, int count) {
   return 0;
 }
 
-TEST(TheJournal, GetsPriorityAndModuleAsFieldsOfTheirOwn) {
+TEST(TheJournal, GetsAFieldForEachPartOfALine) {
   ecu::vorn::logging::journal_sink(4, "app.door", "half\nopen");
   EXPECT_EQ(fields, "MESSAGE=half\nopen|PRIORITY=4|KELT_MODULE=app.door|");
 }

@@ -4,21 +4,27 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <deque>
 #include <regex>
 
 #include "logging/logging.h"
 
 using ecu::vorn::logging::stderr_sink;
 
-/// How many writes still fail: the last but one is interrupted, the last one writes three bytes only.
-static int troubles = 0;
+/// What the next writes do. Afterwards they write all.
+enum class Write { is_interrupted, writes_three_bytes };
+static std::deque<Write> next_writes;
 
 /// Replaces libc's function.
 extern "C" ssize_t write(int fd, const void* bytes, size_t size) {
-  const int trouble = troubles > 0 ? troubles-- : 0;
+  iovec part{const_cast<void*>(bytes), size};
+  if (next_writes.empty()) return ::writev(fd, &part, 1);
+  const Write what = next_writes.front();
+  next_writes.pop_front();
   errno = EINTR;
-  const iovec part{const_cast<void*>(bytes), trouble == 1 ? 3 : size};
-  return trouble == 2 ? -1 : ::writev(fd, &part, 1);
+  if (what == Write::is_interrupted) return -1;
+  part.iov_len = 3;
+  return ::writev(fd, &part, 1);
 }
 
 /// A pipe takes the place of standard error. In packet mode each read(2) gives what one write(2) wrote.
@@ -50,7 +56,7 @@ TEST_F(StandardError, TakesALineInOneWrite) {
   EXPECT_EQ(written(8, "", "") + written(-1, "", ""), "LOG : \nLOG : \n");
 }
 
-TEST_F(StandardError, EscapesControlCharactersAndKeepsOtherUtf8) {
+TEST_F(StandardError, EscapesControlCharactersOnly) {
   EXPECT_EQ(written(3, "\n", "\t\x1f \x7f\u0080\u009f"), "ERROR \\x0a: \\x09\\x1f \\x7f\\xc2\\x80\\xc2\\x9f\n");
   EXPECT_EQ(written(3, "", "\u00a0 \u20ac\x9b \xc2"), "ERROR : \u00a0 \u20ac\x9b \xc2\n");
 }
@@ -65,8 +71,8 @@ TEST_F(StandardError, StampsLinesInUtcWithMilliseconds) {
   EXPECT_NEAR(std::difftime(::timegm(&utc), std::time(nullptr)), 0, 60) << line;
 }
 
-TEST_F(StandardError, TakesALineThroughAnInterruptedAndAShortWrite) {
-  troubles = 2;
+TEST_F(StandardError, TakesTheWholeLineWhateverTheWritesReturn) {
+  next_writes = {Write::is_interrupted, Write::writes_three_bytes};
   stderr_sink(3, "door", "jammed");
   const std::string line = next_write() + next_write();
   EXPECT_NE(line.find("Z ERROR door: jammed\n"), std::string::npos) << line;

@@ -39,7 +39,7 @@ TEST_F(ALine, EndsWhenItIsFlushedOrTheNextBegins) {
   EXPECT_EQ(lines.size(), 3U);
 }
 
-TEST_F(ALine, IsWrittenFromWarningOnWhateverTheLevelAndTheModuleSay) {
+TEST_F(ALine, IsAlwaysWrittenFromWarningOn) {
   set_log_level(5);
   for (auto* const each : {&DEBUG, &INFO, &NOTICE}) write(*each, "level 5");
   NOTICE << door << "begun before";

@@ -70,7 +70,7 @@ void take_away_and_give_back(std::unique_ptr<Port>& port, const std::string& pat
   ASSERT_EQ(::mknod(device.c_str(), node.st_mode, node.st_rdev), 0);
 }
 
-TEST(APort, IsFoundAgainEachTimeItIsTakenAwayAndGivenBack) {
+TEST(APort, IsFoundAgainEachTimeItComesBack) {
   auto port = std::make_unique<Port>("--depth 8");
   const std::string path = port->path;
   auto* const counter = new Counter;

@@ -74,16 +74,21 @@ struct ReassemblyModel {
   bool sampling = false, complete = false;
 };
 
-/// Makes a frame from one byte: bits 0 to 3 choose the size and bits 4 to 6 the identifier. `turn` numbers the
-/// frames, and makes their payloads differ.
+/// A step is a byte, because a fuzzer chooses steps too: the identifier and the total size of the next frame, and
+/// whether the signal is taken after it. Sizes are about what a frame carries (N) and what the processor holds.
+constexpr std::uint8_t start_frame = 0x00, signal_5 = 0x10, signal_6 = 0x50;  // and other identifiers
+constexpr std::uint8_t of_0 = 0, of_1 = 1, of_n = 3, above_n = 4, of_held = 6, below_held = 7, above_2n = 11;  // ...
+constexpr std::uint8_t then_take = 0x80;
+
+/// `turn` numbers the frames, and makes their payloads differ.
 template <std::size_t N>
-signal_t_dyn<N> make_frame(unsigned int byte, std::uint32_t start_id, std::size_t held, std::size_t turn) {
+signal_t_dyn<N> make_frame(unsigned int step, std::uint32_t start_id, std::size_t held, std::size_t turn) {
   const std::array<std::uint32_t, 8> ids = {start_id, 5, 5, 5, 5, 6, 0, 0xFFFFFFF};
   const std::array<std::size_t, 16> sizes = {0,        1,     N - 1,    N,         N + 1, 2 * N, held, held - 1,
                                              held + 1, 65535, held + N, 2 * N + 1, 3 * N, 4095,  251,  7};
-  signal_t_dyn<N> frame{ids[byte / 16 % 8] | static_cast<std::uint32_t>(turn << 28U),
+  signal_t_dyn<N> frame{ids[step / 16 % 8] | static_cast<std::uint32_t>(turn << 28U),
                         static_cast<std::uint16_t>(turn),
-                        static_cast<std::uint16_t>(sizes[byte % 16]),
+                        static_cast<std::uint16_t>(sizes[step % 16]),
                         {}};
   std::fill_n(frame.data, N, static_cast<char>(turn + 1));
   return frame;
@@ -93,10 +98,10 @@ inline auto fields_of(const IpcSignal& signal) {
   return std::tie(signal.signal_id, signal.status, signal.sampling_frame, signal.data);
 }
 
-/// Gives the frames to a processor and to the model, and throws std::logic_error when their states, signals or log
-/// lines differ. Bit 7 of a byte says that `take` is called after its frame. Returns how many signals were taken.
+/// Takes the steps with a processor and the model, and throws std::logic_error when their states, signals or log
+/// lines differ. Returns how many signals were taken.
 template <std::size_t N>
-std::size_t reassemble(const std::uint8_t* bytes, std::size_t count, std::uint32_t start_id, int log_level) {
+std::size_t reassemble(const std::uint8_t* steps, std::size_t count, std::uint32_t start_id, int log_level) {
   Transcript lines;
   const RecordedLog log(lines, "ipc.signalprocessor", log_level);
   SignalProcessor<N> processor(start_id);
@@ -105,12 +110,12 @@ std::size_t reassemble(const std::uint8_t* bytes, std::size_t count, std::uint32
   for (std::size_t i = 0; i < count; ++i) {
     // Once more bytes are held than expected, the signal grows without limit; a start frame ends that before copying
     // takes all the time.
-    const unsigned int byte = model.signal.data.size() > 200'000 ? 0U : bytes[i];
-    signal_t_dyn<N> frame = make_frame<N>(byte, start_id, model.signal.data.size(), i);
+    const unsigned int step = model.signal.data.size() > 200'000 ? start_frame : steps[i];
+    signal_t_dyn<N> frame = make_frame<N>(step, start_id, model.signal.data.size(), i);
     model.process(frame);
     processor.process(std::move(frame));
     bool same = static_cast<int>(processor.get_state()) == model.state();
-    if (byte >= 128) {
+    if (step >= then_take) {
       const auto taken = processor.take(), expected = model.take();
       same = same && taken.has_value() == expected.has_value();
       if (same && taken) same = fields_of(*taken) == fields_of(*expected);
