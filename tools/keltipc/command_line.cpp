@@ -184,7 +184,7 @@ void add_read_options(CLI::App& command, DumpOptions& options, CLI::Option* devi
                         .add_option("-r,--read", options.read,
                                     "Print what dump has recorded in LOG, log lines or\nJSON; - is standard input. "
                                     "Filters may follow")
-                        ->type_name("LOG")
+                        ->option_text("LOG")
                         ->check(not_empty("no log is named"))
                         ->excludes(device);
   for (const char* name :
@@ -222,7 +222,7 @@ void declare_check(CLI::App& command, CheckOptions& options) {
   command.add_flag("--loop-back", options.loop_back, "Both, on a port whose messages come back");
   command.add_flag("--removal", options.removal, "Then ask to remove the port, and look what is left");
   add_port_options(command, options.port);
-  command.add_option("--idle", options.idle, "Wait that long for a message; after that, status 124")
+  command.add_option("--idle", options.idle, "Wait that long for a message, else status 124")
       ->transform(whole_number(1, 1'000'000))
       ->type_name("MS")
       ->capture_default_str();
@@ -359,7 +359,7 @@ int run_tool(int argc, char** argv) {
               "Show a table of the signals that a port receives.\nOnly one process may read a port.", declare_watch,
               watch_signals);
   add_command(app, run, "check",
-              "Say whether a port does what the library relies on.\nNeeds one of --receive, --send and --loop-back.",
+              "Say whether a port does what the library needs.\nTakes one of --receive, --send and --loop-back.",
               declare_check, check_port);
   add_unit(app, run);
   add_target(app, run);

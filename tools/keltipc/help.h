@@ -74,7 +74,7 @@ constexpr const char* watch_help =
 longest length, last status, time since the last signal, and the first bytes of
 its payload. Bytes that changed within the last second are in reverse video. The
 first line has the frames and the rates, the second what was lost or wrong, the
-third the last fault, if there was one. Ctrl+C ends it and leaves the last table.
+third the last fault, if any. Ctrl+C ends it and leaves the last table.
 
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";
