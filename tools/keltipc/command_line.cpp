@@ -155,7 +155,8 @@ void add_form_options(CLI::App& command, DumpOptions& options) {
       ->option_text(" ")
       ->excludes(time, json);
   command.add_flag("--frames", options.frames,
-                   "Each frame instead of each signal, with a mark\nwhere something is special or wrong");
+                   "Print each frame instead of each signal. A mark\nsays if a frame starts a sampling frame, or "
+                   "if\nsomething is wrong with it");
   command.add_flag("--stats", options.stats, "At the end, a table of the identifiers, on\nstandard error");
 }
 

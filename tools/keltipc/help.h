@@ -43,10 +43,10 @@ Nothing is printed before the first start frame. At the end, standard error says
 what came, and what was lost or wrong. No signals, or wrong ones? Look at the
 frames with --frames, and check --frame and --frame-start.
 
-One line a signal, written at once. Numbers are hexadecimal. On a terminal, or
-with -t: the time and ID: STATUS, STAMP { BYTES }, where STAMP is that of the
-last start frame; a terminal shows 64 bytes at most. Elsewhere the log line that
-'keltipc send --replay' takes back:
+Each signal is one line, written at once. Numbers are hexadecimal. On a
+terminal, or with -t: the time and ID: STATUS, STAMP { BYTES }, where STAMP is
+that of the last start frame; a terminal shows 64 bytes at most. Elsewhere the
+log line that 'keltipc send --replay' takes back:
   (SECONDS.MICROS) DEVICE ID:STATUS:STAMP#HEX
 
 Filters, identifier and mask in hexadecimal; the top four of 32 bits are the
@@ -70,11 +70,12 @@ port could not be opened, or no line was printed within --idle; 128 + n after
 signal n.)";
 
 constexpr const char* watch_help =
-    R"(A row an identifier, drawn once a second: count, signals a second, shortest and
-longest length, last status, time since the last signal, and the first bytes of
-its payload. Bytes that changed within the last second are in reverse video. The
-first line has the frames and the rates, the second what was lost or wrong, the
-third the last fault, if any. Ctrl+C ends it and leaves the last table.
+    R"(One row for each identifier, drawn anew once a second: count, signals a second,
+shortest and longest length, last status, time since the last signal, and the
+first bytes of its payload. Bytes that changed within the last second are in
+reverse video. The first line has the frames and the rates, the second what was
+lost or wrong, the third the last fault, if any. Ctrl+C ends it and leaves the
+last table.
 
 Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";

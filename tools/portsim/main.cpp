@@ -137,8 +137,7 @@ int run_tool(int argc, char** argv) {
   CLI::App app(
       "Makes a loop-back queuing port: what one process writes, another reads, one\n"
       "message at a time. Keeps it until SIGINT, SIGTERM or SIGHUP, then removes it and\n"
-      "prints how many messages passed. A port has one reader: a second one would take\n"
-      "messages away from the first.",
+      "prints how many messages passed.",
       "keltipc-portsim");
   Options options;
   app.add_option("PATH", options.port.path, "Where the port is made; nothing may be there yet")
