@@ -48,9 +48,10 @@ class Dump : public Receiver {
     return print(writer.frame_line(line_time(), source.device, frame));
   }
 
-  std::optional<Outcome> print(const std::string& line) {
-    if (auto outcome = write_out(line + "\n")) return outcome;
-    quiet_since = Clock::now();
+  std::optional<Outcome> print(std::string&& line) {
+    line += '\n';
+    if (auto outcome = write_out(line)) return outcome;
+    if (options.idle != 0) quiet_since = Clock::now();
     if (++lines == options.count) return Outcome{exit_done, {}};
     return std::nullopt;
   }

@@ -18,9 +18,6 @@ void end_at_next(const sigset_t& signals) {
   std::this_thread::sleep_for(same_request);
   constexpr timespec none{};
   while (::sigtimedwait(&signals, nullptr, &none) > 0) continue;
-  std::this_thread::sleep_for(same_request);
-  constexpr timespec no_time{};
-  while (::sigtimedwait(&signals, nullptr, &no_time) > 0) continue;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     if (::sigismember(&signals, signal) == 1) ::signal(signal, end_by_signal);
   }

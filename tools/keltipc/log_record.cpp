@@ -28,8 +28,10 @@ constexpr std::string_view fault_start = "# (";
 constexpr std::string_view lost_or_wrong = "lost or wrong: ";
 
 std::string micros_text(microseconds time) {
-  std::string digits = std::to_string((time % seconds(1)).count());
-  return "." + std::string(micros_digits - std::min(micros_digits, digits.size()), '0') + digits;
+  std::string text = ".000000";
+  auto micros = (time % seconds(1)).count();
+  for (std::size_t i = micros_digits; micros != 0; micros /= 10) text[i--] = static_cast<char>('0' + micros % 10);
+  return text;
 }
 
 /// Takes the text before `end` off the front of `rest`, and `end` with it.
@@ -127,11 +129,15 @@ bool is_fault_line(std::string_view line) {
 std::string fault_text(const std::string& fault) { return std::string(lost_or_wrong) + escape_text(fault); }
 
 std::string to_log_line(const LogRecord& record) {
-  std::string line = "(" + seconds_text(record.time) + ") " + escape_word(record.device) + " ";
-  if (!record.fault.empty()) return "# " + line + fault_text(record.fault);
-  line += to_hex(record.signal.signal_id) + ":" + to_hex(record.signal.status) + ":";
-  line += to_hex(record.signal.sampling_frame) + "#";
-  append_payload(line, record.signal.data);
+  constexpr std::size_t usual_size = 128;
+  const auto& signal = record.signal;
+  std::string line = record.fault.empty() ? "(" : "# (";
+  line.reserve(usual_size + 2 * signal.data.size());
+  line.append(seconds_text(record.time)).append(") ").append(escape_word(record.device)).append(" ");
+  if (!record.fault.empty()) return line + fault_text(record.fault);
+  line.append(to_hex(signal.signal_id)).append(":").append(to_hex(signal.status)).append(":");
+  line.append(to_hex(signal.sampling_frame)).append("#");
+  append_payload(line, signal.data);
   return line;
 }
 

@@ -53,10 +53,11 @@ class Receiver {
  private:
   std::optional<Tee> open_tee() const;
   std::optional<Outcome> turn();
-  std::optional<Outcome> read_message(bool& has_come);
+  std::optional<Outcome> read_message();
   std::optional<Outcome> pass_on();
   std::optional<Outcome> take_message();
   std::optional<Outcome> wait();
+  std::size_t messages_to_read() const;
   int time_to_wait() const;
   bool can_read() const;
   bool is_passing_on() const { return tee && tee->is_busy(); }
@@ -70,6 +71,7 @@ class Receiver {
   KeptPort port;
   std::optional<Tee> tee;
   bool has_hung_up = false;
+  std::size_t readable = 0;  ///< messages that can be read before polling again
   Clock::time_point next_look;
   std::vector<char> message;
   std::size_t message_size = 0;

@@ -25,10 +25,10 @@ class Tee {
   /// Waits until the message is passed on, but not longer than that.
   void finish_within(std::chrono::milliseconds limit);
 
-  /// The port that comes back gets the whole message.
+  /// The port that comes back gets the whole message, if it is not yet passed on.
   void close() {
     port.close();
-    passed = 0;
+    if (is_busy()) passed = 0;
   }
 
   KeptPort port;
