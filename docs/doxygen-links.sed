@@ -5,3 +5,5 @@ s#\[`?([^]`]*)`?\]\((\.\./)*(include|examples)/([^)]*\.(h|cpp))\)#[\1](@ref \4)#
 s#\]\((\.\./)*[^):@]*/([^):/]*\.(cpp|txt|rules|service|py))\)#](\2)#g
 # Doxygen finds images by their path below IMAGE_PATH.
 s#\]\((\.\./)+(diagrams|figures)/#](\2/#g
+# Doxygen knows no anchors of headings: a link to one leads to the page.
+s:\]\(([^)#]*\.md)#[^)]*\):](\1):g
