@@ -1,7 +1,5 @@
 #include "time_range.h"
 
-#include <array>
-#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -13,23 +11,12 @@ namespace {
 
 constexpr const char* complaint = "not a time: write @SECONDS, or UTC as in 2024-12-27T03:34:56.5Z";
 
-/// Not by timegm(3), whose time_t ends in 2038 on 32-bit systems.
-std::int64_t days_since_1970(const std::tm& date) {
-  constexpr std::array<int, 12> days_before{0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
-  const auto leap_days = [](int year) { return year / 4 - year / 100 + year / 400; };
-  const int year = date.tm_year + 1900;
-  const int latest_february = date.tm_mon > 1 ? year : year - 1;
-  return std::int64_t{365} * (year - 1970) + leap_days(latest_february) - leap_days(1969) +
-         days_before.at(static_cast<std::size_t>(date.tm_mon)) + date.tm_mday - 1;
-}
-
 /// "2024-12-27T03:34:56" -> "1735270496"
 std::string utc_seconds(const std::string& text) {
   std::tm date{};
   const char* const end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &date);
   if (end == nullptr || *end != '\0') throw InputError(complaint);
-  const std::int64_t hours = days_since_1970(date) * 24 + date.tm_hour;
-  return std::to_string((hours * 60 + date.tm_min) * 60 + date.tm_sec);
+  return std::to_string(::timegm(&date));
 }
 
 }  // namespace
