@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +17,14 @@
 #include "ipc/queue_port_writer.h"
 #include "port_setup.h"
 #include "say.h"
+
+/// Takes the place of libc's function, for the library too, which does not look at the result: a device that takes
+/// only a part of a frame has smaller messages, and leaves that in errno as if it had refused the frame.
+extern "C" ssize_t write(int fd, const void* bytes, size_t size) {
+  const ssize_t written = ::syscall(SYS_write, fd, bytes, size);
+  if (written >= 0 && static_cast<std::size_t>(written) < size) errno = EMSGSIZE;
+  return written;
+}
 
 namespace keltipc {
 namespace {
