@@ -77,8 +77,9 @@ Piece by_value(Piece piece) {
 }
 inline std::string_view by_value(const std::string& text) { return text; }
 
+/// Without the word inline, gcc would call this function for a skipped line.
 template <typename Level, typename... Pieces>
-void log_line(const Logger& logger, const Pieces&... pieces) {
+inline void log_line(const Logger& logger, const Pieces&... pieces) {
   if (logging::_internal::is_wanted(Level::value, logger)) write_line<Level>(logger, by_value(pieces)...);
 }
 
