@@ -22,6 +22,20 @@ std::string length_range(std::size_t shortest, std::size_t longest) {
   return shortest == longest ? least : least + "-" + std::to_string(longest);
 }
 
+/// As wide as its column: "  9.9 s", " 9999 s", "   28 h"
+std::string age_text(double age) {
+  constexpr double hour = 3600;
+  std::array<char, 32> text{};
+  if (age < 999.95) {
+    std::snprintf(text.data(), text.size(), "%5.1f s", age);
+  } else if (age < 99999.5) {
+    std::snprintf(text.data(), text.size(), "%5.0f s", age);
+  } else {
+    std::snprintf(text.data(), text.size(), "%5.0f h", age / hour);
+  }
+  return text.data();
+}
+
 }  // namespace
 
 void SignalTable::add(const ecu::vorn::ipc::IpcSignal& signal, Time time) {
@@ -56,9 +70,9 @@ double SignalTable::rate() const {
 
 std::string SignalTable::columns(std::uint32_t id, const Row& row, Time now) {
   std::array<char, 160> text{};
-  std::snprintf(text.data(), text.size(), "%8s %9llu %7.1f %11s %2x %5.1f s", to_hex(id).c_str(),
+  std::snprintf(text.data(), text.size(), "%8s %9llu %7.1f %11s %2x %s", to_hex(id).c_str(),
                 static_cast<unsigned long long>(row.count), row.rate, length_range(row.shortest, row.longest).c_str(),
-                row.status, seconds(now - row.time));
+                row.status, age_text(seconds(now - row.time)).c_str());
   return text.data();
 }
 
