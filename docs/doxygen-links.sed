@@ -2,7 +2,7 @@
 # the HTML. Here a file that Doxygen reads gets a link to its page; other files are copied to the pages (HTML_EXTRA_FILES). The text
 # of a reference cannot be code.
 s#\[`?([^]`]*)`?\]\((\.\./)*(include|examples)/([^)]*\.(h|cpp))\)#[\1](@ref \4)#g
-s#\]\((\.\./)*[^): ]*/([^):/ ]*\.(cpp|txt|rules|service|sysusers|py))\)#](\2)#g
+s#\]\((\.\./)*[^): ]*/([^):/ ]*\.(cpp|txt|rules|service|sysusers|conf|config|py))\)#](\2)#g
 # Doxygen finds images by their path below IMAGE_PATH.
 s#\]\((\.\./)+(diagrams|figures)/#](\2/#g
 # Doxygen knows no anchors of headings: a link to one leads to the page.
