@@ -23,8 +23,6 @@ bool is_overlong_or_not_a_character(std::uint32_t code, std::size_t length) {
   return length == 4 && (code < 0x10000 || code > 0x10FFFF);
 }
 
-bool is_plain(char c) { return c > ' ' && c < 0x7F && c != '\\' && c != '"'; }
-
 bool is_control(std::uint32_t code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
 
 /// The bytes of the UTF-8 character at the beginning of `text`; 0 for a control character and for invalid UTF-8.
@@ -43,6 +41,7 @@ std::size_t printable_length(std::string_view text) {
 
 /// Copies printable characters. Writes those in `special`, and each other byte, as `prefix` and two hex digits.
 std::string escape(std::string_view text, std::string_view special, std::string_view prefix) {
+  const auto is_plain = [](char c) { return c > ' ' && c < 0x7F && c != '\\' && c != '"'; };
   if (std::all_of(text.begin(), text.end(), is_plain)) return std::string(text);  // Most names, and faster.
   std::string result;
   while (!text.empty()) {

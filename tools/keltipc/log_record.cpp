@@ -34,6 +34,10 @@ std::string micros_text(microseconds time) {
   return text;
 }
 
+void append_seconds(std::string& text, microseconds time) {
+  text.append(std::to_string(std::chrono::duration_cast<seconds>(time).count())).append(micros_text(time));
+}
+
 /// Takes the text before `end` off the front of `rest`, and `end` with it.
 std::string_view take_until(std::string_view& rest, std::string_view end, const char* complaint) {
   const std::size_t at = rest.find(end);
@@ -133,7 +137,8 @@ std::string to_log_line(const LogRecord& record) {
   const auto& signal = record.signal;
   std::string line = record.fault.empty() ? "(" : "# (";
   line.reserve(usual_size + 2 * signal.data.size());
-  line.append(seconds_text(record.time)).append(") ").append(escape_word(record.device)).append(" ");
+  append_seconds(line, record.time);
+  line.append(") ").append(escape_word(record.device)).append(" ");
   if (!record.fault.empty()) return line + fault_text(record.fault);
   line.append(to_hex(signal.signal_id)).append(":").append(to_hex(signal.status)).append(":");
   line.append(to_hex(signal.sampling_frame)).append("#");
@@ -158,7 +163,9 @@ std::string to_json_line(const LogRecord& record) {
 
 std::string seconds_text(microseconds time) {
   if (time < microseconds(0)) return "-" + seconds_text(-time);
-  return std::to_string(std::chrono::duration_cast<seconds>(time).count()) + micros_text(time);
+  std::string text;
+  append_seconds(text, time);
+  return text;
 }
 
 microseconds parse_seconds(std::string_view text) {
