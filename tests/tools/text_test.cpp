@@ -12,7 +12,7 @@ namespace {
 
 TEST(ALogLine, IsPrintedAsItWasRead) {
   const std::string line =
-      "(4294967295.000012) /tmp/a\\x20b\\x5c\\x0a\"\xc3\xa4\\xff\\xc2\\x85\\xed\\xa0\\x80 "
+      "(4294967295.000012) /tmp/a\\x20b\\x5c\\x0a\"\xc3\xa4\\xff\\xc2\\x85\\xed\\xa0\\x80\xf0\x9f\x98\x80 "
       "fffffff:f:ffffffffffffffff#0aff";
   EXPECT_EQ(to_log_line(parse_log_line(line)), line);
   EXPECT_EQ(utc_text(parse_log_line("(2180131200.000001) p 5:0:1#").time), "2039-02-01T00:00:00.000001Z");
