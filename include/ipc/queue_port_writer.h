@@ -24,9 +24,10 @@ class KELTIPC_EXPORT QueuePortWriter {
   QueuePortWriter& operator=(const QueuePortWriter&) = delete;
 
   /// Closes the port that is open, if any, and opens the character device for writing. If that fails, retries every
-  /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt; no port is
-  /// open then, nor after an exception, and `transmit_data` still reopens the path of the last successful `open`. The
-  /// flags are O_WRONLY | O_SYNC, without O_CLOEXEC: a program started with exec inherits the file descriptor.
+  /// half second, up to 120 attempts, so it blocks for up to 60 s. Returns false after the last attempt. No port is
+  /// open then, nor after an exception. A later `transmit_data` tries the path of the last successful `open`, not
+  /// this one. The flags are O_WRONLY | O_SYNC, without O_CLOEXEC: a program started with exec inherits the
+  /// descriptor.
   bool open(const std::string& device);
 
   /// Cuts the signal into frames and writes each with one write(2). A signal without data gives no frame.
