@@ -30,16 +30,22 @@ auto not_empty(const char* complaint) {
   return [complaint](const std::string& text) { return text.empty() ? complaint : ""; };
 }
 
+/// A number from `least` to a million, with its default in the help.
+void add_number(CLI::App& command, const char* name, const char* unit, unsigned int& value, unsigned int least,
+                const char* help) {
+  command.add_option(name, value, help)
+      ->transform(whole_number(least, 1'000'000))
+      ->type_name(unit)
+      ->capture_default_str();
+}
+
 void add_port_options(CLI::App& command, PortOptions& options) {
   command.add_option("--frame", options.frame, "Size of the port's frames: 16, 32 or 4096 bytes")
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  command
-      .add_option("--wait", options.wait, "Retry that long if the device cannot be opened;\nafter that, status 124")
-      ->transform(whole_number(0, 1'000'000))
-      ->type_name("SECONDS")
-      ->capture_default_str();
+  add_number(command, "--wait", "SECONDS", options.wait, 0,
+             "Retry that long if the device cannot be opened;\nafter that, status 124");
 }
 
 void add_log_level(CLI::App& command, PortOptions& options) {
@@ -223,14 +229,9 @@ void declare_check(CLI::App& command, CheckOptions& options) {
   command.add_flag("--loop-back", options.loop_back, "Both, on a port whose messages come back");
   command.add_flag("--removal", options.removal, "Then ask to remove the port, and look what is left");
   add_port_options(command, options.port);
-  command.add_option("--idle", options.idle, "Wait that long for a message, else status 124")
-      ->transform(whole_number(1, 1'000'000))
-      ->type_name("MS")
-      ->capture_default_str();
-  command.add_option("--depth-limit", options.depth_limit, "Write at most COUNT messages to fill the port")
-      ->transform(whole_number(1, 1'000'000))
-      ->type_name("COUNT")
-      ->capture_default_str();
+  add_number(command, "--idle", "MS", options.idle, 1, "Wait that long for a message, else status 124");
+  add_number(command, "--depth-limit", "COUNT", options.depth_limit, 1,
+             "Write at most COUNT messages to fill the port");
   command.add_flag("--json", options.json, "Print JSON, one object a row");
   command.footer(check_help);
 }

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iostream>
+#include <stdexcept>
 
 #include "exit_status.h"
 #include "stop_request.h"
@@ -25,6 +27,11 @@ void write_without_waiting(std::string_view text) {
 }
 
 }  // namespace
+
+void print_line(const std::string& line) {
+  std::cout << line << std::endl;
+  if (!std::cout) throw std::runtime_error("cannot write to standard output");
+}
 
 std::optional<Outcome> outcome_of_stop_signal() {
   const int signal = stop_signal();

@@ -18,6 +18,9 @@ struct Outcome {
 /// interrupts a write that blocks.
 std::optional<Outcome> write_out(std::string_view text);
 
+/// A line on standard output, written at once. Throws std::runtime_error if that fails.
+void print_line(const std::string& line);
+
 /// 128 + n, once stop signal n has come
 std::optional<Outcome> outcome_of_stop_signal();
 

@@ -7,6 +7,7 @@
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"
+#include "output.h"
 #include "say.h"
 #include "unit_jobs.h"
 #include "unit_manager.h"

@@ -1,12 +1,11 @@
 #include "unit_manager.h"
 
 #include <algorithm>
-#include <iostream>
 #include <iterator>
-#include <stdexcept>
 #include <utility>
 
 #include "logging/logging.h"
+#include "output.h"
 #include "say.h"
 
 namespace keltipc {
@@ -119,11 +118,6 @@ std::string unit_name_fault(const std::string& unit) {
     return "a template: name an instance, such as '" + stem + "1" + unit.substr(stem.size()) + "'";
   }
   return {};
-}
-
-void print_line(const std::string& line) {
-  std::cout << line << std::endl;
-  if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
 void print_answer(bool json, const nlohmann::ordered_json& answer) {

@@ -58,9 +58,6 @@ std::string target_unit(const std::string& name);
 /// What is wrong with the full name of a unit; empty if the manager can load a unit of that name.
 std::string unit_name_fault(const std::string& unit);
 
-/// On standard output; throws std::runtime_error if that fails.
-void print_line(const std::string& line);
-
 /// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
 void print_answer(bool json, const nlohmann::ordered_json& answer);
 
