@@ -16,6 +16,12 @@ class InputError : public std::runtime_error {
   InputError(std::string_view input, const std::string& reason) : InputError(quote(input) + ": " + reason) {}
 };
 
+/// About what stands in a file, or a file that cannot be read: the help of the command does not help.
+class FileError : public InputError {
+ public:
+  using InputError::InputError;
+};
+
 /// What `parse` makes of `text`; an InputError names the text, and the option or place before it: "--frame-start: ".
 template <typename Parsed>
 Parsed parse_named(Parsed (*parse)(std::string_view), std::string_view text, const std::string& place = "") {

@@ -45,13 +45,7 @@ int open_hung_up_pipe() {
 void note_stop_signals() {
   hung_up = open_hung_up_pipe();
   output = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  struct sigaction action {};  // Deliberate: without SA_RESTART, because a blocked write(2) must return.
-  action.sa_handler = note;
-  const sigset_t signals = stop_signals();
-  action.sa_mask = signals;
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    if (::sigismember(&signals, signal) == 1) ::sigaction(signal, &action, nullptr);
-  }
+  handle_stop_signals(note);
 }
 
 int stop_signal() { return noted; }

@@ -25,6 +25,18 @@ inline sigset_t stop_signals() {
   return signals;
 }
 
+/// From here on `handler` is called for each of them. Deliberate: without SA_RESTART, because a write(2) that waits
+/// must return.
+inline void handle_stop_signals(void (*handler)(int)) {
+  const sigset_t signals = stop_signals();
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_mask = signals;
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    if (::sigismember(&signals, signal) == 1) ::sigaction(signal, &action, nullptr);
+  }
+}
+
 /// Readable once one of them has come. They must be blocked.
 inline Descriptor open_stop_signals() {
   const sigset_t signals = stop_signals();

@@ -10,9 +10,8 @@
 #include "exit_status.h"
 #include "help.h"
 #include "input_error.h"
-#include "out_of_memory.h"
 #include "say.h"
-#include "standard_streams.h"
+#include "start_up.h"
 #include "stop_signals.h"
 #include "unit_manager.h"
 #include "usage.h"
@@ -345,7 +344,7 @@ void keep_arguments_behind_dashes(const std::vector<CLI::App*>& commands, int ar
   for (CLI::App* const command : commands) command->add_option("more")->group("");
 }
 
-/// Runs what the command line asks for. Complaints about the input of `send` and `dump` end like those about options.
+/// Runs what the command line asks for. A complaint about an argument ends like one about an option.
 int run_tool(int argc, char** argv) {
   CLI::App app("Send and watch signals on queuing ports, and control systemd units.", "keltipc");
   app.require_subcommand(1);
@@ -375,6 +374,9 @@ int run_tool(int argc, char** argv) {
     return run();
   } catch (const CLI::ParseError& error) {
     return report(app, error);
+  } catch (const FileError& error) {
+    say(error.what());
+    return exit_usage;
   } catch (const InputError& error) {
     say(error.what() + help_hint(chosen_command(app)));
     return exit_usage;

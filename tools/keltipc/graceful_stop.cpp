@@ -18,9 +18,7 @@ void end_at_next(const sigset_t& signals) {
   std::this_thread::sleep_for(same_request);
   constexpr timespec none{};
   while (::sigtimedwait(&signals, nullptr, &none) > 0) continue;
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    if (::sigismember(&signals, signal) == 1) ::signal(signal, end_by_signal);
-  }
+  handle_stop_signals(end_by_signal);
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 

@@ -26,7 +26,8 @@ FILE is checked whole before anything is sent; standard input and a FIFO are
 sent line by line:
   keltipc dump A | keltipc send B --replay - --no-timing
 
-SIGINT, SIGTERM and SIGHUP end it between two signals; a second one at once.
+After SIGINT, SIGTERM or SIGHUP it finishes the signal that it is sending, for
+up to 5 s, and ends; a second one ends it at once.
 
 If the device goes, send waits up to 60 s for it to come back, whatever --wait
 says.

@@ -1,10 +1,13 @@
 #include "input_lines.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "hex.h"
 #include "log_record.h"
@@ -17,12 +20,26 @@ constexpr std::size_t longest_line = std::size_t{1024} * 1024;
 /// What is kept of a line that is too long, for the message.
 constexpr std::size_t kept_of_long_line = 100;
 
+std::string name_of(const std::string& path) { return path == standard_input ? "standard input" : quote(path); }
+
 bool has_input(int fd, int timeout) {
   pollfd input{fd, POLLIN, 0};
   return ::poll(&input, 1, timeout) != 0;
 }
 
 }  // namespace
+
+Descriptor open_input(const std::string& path) {
+  const bool is_standard = path == standard_input;
+  Descriptor input(is_standard ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+  struct stat record {};
+  if (!input || ::fstat(input.get(), &record) != 0) throw FileError(name_of(path) + ": " + std::strerror(errno));
+  if (S_ISDIR(record.st_mode)) throw FileError(name_of(path) + ": " + std::strerror(EISDIR));
+  return input;
+}
+
+InputLines::InputLines(int input, const std::string& path, Kind its_kind, Wait on_pause)
+    : input_name(name_of(path)), fd(input), kind(its_kind), wait(std::move(on_pause)) {}
 
 bool InputLines::next() {
   while (read_line()) {
@@ -78,7 +95,7 @@ bool InputLines::read_more() {
       filled += static_cast<std::size_t>(got);
       return got != 0;
     }
-    if (errno != EAGAIN && errno != EINTR) throw InputError(name + " cannot be read: " + std::strerror(errno));
+    if (errno != EAGAIN && errno != EINTR) throw FileError(input_name + " cannot be read: " + std::strerror(errno));
     // Another process that shares the descriptor made it non-blocking.
     if (errno == EAGAIN) has_input(fd, -1);
   }

@@ -5,9 +5,15 @@
 #include <string_view>
 #include <vector>
 
+#include "descriptor.h"
 #include "input_error.h"
 
 namespace keltipc {
+
+constexpr const char* standard_input = "-";
+
+/// Opens a file to read, or standard input. Throws FileError.
+Descriptor open_input(const std::string& path);
 
 /// The lines of a file, a FIFO or standard input. Skips empty ones and comments. A line of up to 1 MiB is held.
 class InputLines {
@@ -20,16 +26,15 @@ class InputLines {
   /// Called when the input pauses; waits for more, or returns false to end it.
   using Wait = std::function<bool()>;
 
-  /// `input_name` is for messages. The descriptor stays open. Without `on_pause`, read(2) waits.
-  InputLines(int input, std::string input_name, Kind its_kind, Wait on_pause = {})
-      : fd(input), name(std::move(input_name)), kind(its_kind), wait(std::move(on_pause)) {}
+  /// The descriptor of open_input stays open. Without `on_pause`, read(2) waits.
+  InputLines(int input, const std::string& path, Kind its_kind, Wait on_pause = {});
 
-  /// Moves to the next line, until which the texts of the last are valid. Returns false at the end. Throws InputError
+  const std::string input_name;  ///< for messages: "'log'"
+
+  /// Moves to the next line, until which the texts of the last are valid. Returns false at the end. Throws FileError
   /// if the input cannot be read.
   bool next();
 
-  /// Without blanks around it. Only the beginning of a line that is too long.
-  std::string_view text() const { return stripped; }
   /// As it was read, with its end.
   std::string_view whole_line() const { return line; }
 
@@ -37,16 +42,17 @@ class InputLines {
   bool was_cut_off() const { return is_cut_off; }
 
   /// "'log', line 3"
-  std::string place() const { return name + ", line " + std::to_string(number); }
+  std::string place() const { return input_name + ", line " + std::to_string(number); }
 
-  /// What `parse` makes of the text; an InputError names the place and the text.
+  /// What `parse` makes of the line without blanks around it. For an InputError throws a FileError, which names the
+  /// place and the text.
   template <typename Parse>
   auto parsed_by(Parse&& parse) const {
     try {
       if (is_too_long) throw InputError("more than 1 MiB");
       return parse(stripped);
     } catch (const InputError& error) {
-      throw InputError(place() + ": " + quote(stripped) + ": " + error.what());
+      throw FileError(place() + ": " + quote(stripped) + ": " + error.what());
     }
   }
 
@@ -58,14 +64,13 @@ class InputLines {
   void cut(std::size_t length);
 
   int fd;
-  std::string name;
   Kind kind;
   Wait wait;
   std::vector<char> buffer = std::vector<char>(std::size_t{64} * 1024);
   std::size_t begin = 0;   ///< of what `next` has not returned yet
   std::size_t filled = 0;  ///< the end of what was read
   std::string_view line;
-  std::string_view stripped;
+  std::string_view stripped;  ///< without blanks around it; only the beginning of a line that is too long
   std::size_t number = 0;
   bool is_too_long = false;
   bool is_cut_off = false;

@@ -50,7 +50,9 @@ std::string_view take_until(std::string_view& rest, std::string_view end, const 
 std::uint32_t decimal(std::string_view text) {
   std::uint32_t value = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || stop != text.data() + text.size()) throw InputError("invalid time stamp");
+  if (error != std::errc{} || stop != text.data() + text.size()) {
+    throw InputError("invalid time stamp: seconds from 1970 to 2106, up to 4294967295");
+  }
   return value;
 }
 

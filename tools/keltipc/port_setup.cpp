@@ -26,7 +26,8 @@ constexpr std::chrono::milliseconds look_again(100);
 
 std::string why_not_opened(const std::string& device, int error) {
   const std::string reason = "cannot open " + quote(device) + ": " + std::strerror(error);
-  return error == EBUSY ? reason + " (who has it open? 'fuser -v " + escape_word(device) + "')" : reason;
+  if (error == EBUSY) return reason + " (who has it open? 'fuser -v " + escape_word(device) + "')";
+  return error == EACCES ? reason + " (which group may? 'ls -lL " + escape_word(device) + "')" : reason;
 }
 
 Descriptor try_to_open_device(const std::string& device, int access, int more_flags) {

@@ -30,16 +30,11 @@ using std::chrono::microseconds;
 /// How much output is gathered before it is written.
 constexpr std::size_t enough_output = std::size_t{64} * 1024;
 
-Descriptor open_log(const std::string& path) {
-  Descriptor log(path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
-  if (!log) throw InputError(path, std::strerror(errno));
-  return log;
-}
-
 TimeRange range_of(const DumpOptions& options) {
   TimeRange range;
   if (!options.since.empty()) range.since = parse_named(parse_time, options.since, "--since: ");
   if (!options.until.empty()) range.until = parse_named(parse_time, options.until, "--until: ");
+  if (range.since >= range.until) throw InputError("--until is not after --since");
   return range;
 }
 
@@ -54,8 +49,8 @@ class LogDump {
       : options(dump_options),
         source(parse_filtered_device(dump_options.read)),
         range(range_of(dump_options)),
-        log(open_log(source.device)),
-        lines(log.get(), name(), InputLines::Kind::log, [this] { return pause(); }),
+        log(open_input(source.device)),
+        lines(log.get(), source.device, InputLines::Kind::log, [this] { return pause(); }),
         writer(make_line_writer(dump_options, std::nullopt)),
         copies_lines(copies(dump_options)) {}
 
@@ -63,7 +58,6 @@ class LogDump {
   int run();
 
  private:
-  std::string name() const { return source.device == "-" ? "standard input" : quote(source.device); }
   void read_lines();
   bool pause();
   void flush();
@@ -169,8 +163,8 @@ void LogDump::print(LogRecord&& record) {
 }
 
 std::string LogDump::report() {
-  std::string text =
-      error_line(counted(signals, "signal", "signals") + " (" + counted(bytes, "byte", "bytes") + ") in " + name());
+  std::string text = error_line(counted(signals, "signal", "signals") + " (" + counted(bytes, "byte", "bytes") +
+                                ") in " + lines.input_name);
   if (faults != 0) text += error_line("lost or wrong: " + counted(faults, "fault", "faults"));
   if (bad_lines != 0) text += error_line(counted(bad_lines, "bad line was", "bad lines were") + " passed over");
   if (!options.stats) return text;

@@ -28,8 +28,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::string_view standard_input = "-";
-
 /// Parses a line, or a SIGNAL of the command line. Throws InputError.
 using Parser = std::function<std::vector<Outgoing>(std::string_view)>;
 
@@ -101,31 +99,28 @@ std::vector<Outgoing> read_arguments(const SendOptions& options) {
   return result;
 }
 
+bool is_regular_file(const Descriptor& file) {
+  struct stat record {};
+  return ::fstat(file.get(), &record) == 0 && S_ISREG(record.st_mode);
+}
+
 /// The lines to send: a log, or standard input.
 struct Input {
-  Descriptor file;
-  std::string name;
+  std::string path;
   InputLines::Kind kind;
-  Parser parser;            ///< to be copied for each pass: that of a log remembers the lines before
-  bool is_regular = false;  ///< can be read twice
+  Parser parser;  ///< to be copied for each pass: that of a log remembers the lines before
+  Descriptor file = open_input(path);
+  bool is_regular = path != standard_input && is_regular_file(file);  ///< can be read twice
 
-  InputLines lines() const { return {file.get(), name, kind}; }
+  InputLines lines() const { return {file.get(), path, kind}; }
 };
 
 /// Nothing if all that is to be sent is on the command line.
-std::optional<Input> open_input(const SendOptions& options) {
+std::optional<Input> find_input(const SendOptions& options) {
   using Kind = InputLines::Kind;
-  const Kind kind = options.replay.empty() ? Kind::signals : Kind::log;
-  Parser parser = make_parser(options);
-  if (reads_standard_input(options)) {
-    return Input{Descriptor(::dup(STDIN_FILENO)), "standard input", kind, std::move(parser)};
-  }
-  if (kind == Kind::signals) return std::nullopt;
-  Input input{Descriptor(::open(options.replay.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC)), quote(options.replay),
-              kind, std::move(parser)};
-  struct stat record {};
-  if (!input.file || ::fstat(input.file.get(), &record) != 0) throw InputError(options.replay, std::strerror(errno));
-  input.is_regular = S_ISREG(record.st_mode);
+  const bool is_log = !options.replay.empty();
+  if (!is_log && !reads_standard_input(options)) return std::nullopt;
+  Input input{is_log ? options.replay : standard_input, is_log ? Kind::log : Kind::signals, make_parser(options)};
   if (!input.is_regular && options.repeat != 1) throw InputError(options.replay, "--repeat needs a regular file");
   return input;
 }
@@ -166,7 +161,7 @@ int send_signals(const SendOptions& options) {
   require_something_to_send(options);
   const std::vector<Outgoing> opening = opening_frame(options);
   const std::vector<Outgoing> signals = read_arguments(options);
-  const std::optional<Input> input = open_input(options);
+  const std::optional<Input> input = find_input(options);
   if (input && input->is_regular) check_log(*input);
 
   // The library's writer opens the device itself, but it always retries for 60 s and does not say why it cannot open

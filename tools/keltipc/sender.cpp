@@ -38,10 +38,10 @@ constexpr std::chrono::seconds long_wait(10);
 
 Sender::Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level,
                GracefulStop& graceful_stop)
-    : device(device_path), pace(its_pace), stop(graceful_stop) {
+    : device(device_path), pace(its_pace), stop(graceful_stop), room(-1) {
   set_up_logging(log_level, [this](int level) { note_reopening(level); });
   with_payload_size(frame_size, [this](auto n) { transmit = open_writer<n>(); });
-  watch_room();
+  room = try_to_open_device(device, O_WRONLY);
 }
 
 template <std::size_t N>
@@ -64,13 +64,10 @@ void Sender::note_reopening(int level) {
   }
 }
 
-/// The writer's own descriptor is private. If the device can be opened only once, then without.
-void Sender::watch_room() { room.emplace(try_to_open_device(device, O_WRONLY)); }
-
 /// Where the device has no room for a signal, the wait is before the signal and not in its middle.
 void Sender::wait_for_room() const {
-  pollfd port{room->get(), POLLOUT, 0};
-  if (*room) ::poll(&port, 1, -1);
+  pollfd port{room.get(), POLLOUT, 0};
+  if (room) ::poll(&port, 1, -1);
 }
 
 void Sender::send(const Outgoing& outgoing) {
@@ -119,7 +116,7 @@ void Sender::transmit_checked(const IpcSignal& signal) {
   if (!has_port) throw std::runtime_error(quote(device) + " has gone: " + name + " was not sent");
   if (error != 0 && !was_reopened) refuse(error);
   stop.end();
-  if (was_reopened) watch_room();
+  if (was_reopened) room = try_to_open_device(device, O_WRONLY);
 }
 
 void Sender::refuse(int error) const {

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "descriptor.h"
@@ -49,7 +48,6 @@ class Sender {
   Clock::time_point next_interval(Clock::time_point now);
   void wait_for_turn(const Outgoing& outgoing);
   void note_reopening(int level);
-  void watch_room();
   void wait_for_room() const;
   void transmit_checked(const ecu::vorn::ipc::IpcSignal& signal);
   [[noreturn]] void refuse(int error) const;
@@ -58,8 +56,8 @@ class Sender {
   Pace pace;
   GracefulStop& stop;
   Transmit transmit;
-  std::optional<Descriptor> room;  ///< polled before each signal
-  std::string name;                ///< of the latest signal, for messages
+  Descriptor room;   ///< polled before each signal, because the writer's own is private; none if only one can be open
+  std::string name;  ///< of the latest signal, for messages
   bool was_reopened = false;
   Clock::time_point due;
   Clock::time_point gap_end;

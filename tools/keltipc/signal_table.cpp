@@ -24,15 +24,10 @@ std::string length_range(std::size_t shortest, std::size_t longest) {
 
 /// As wide as its column: "  9.9 s", " 9999 s", "   28 h"
 std::string age_text(double age) {
-  constexpr double hour = 3600;
   std::array<char, 32> text{};
-  if (age < 999.95) {
-    std::snprintf(text.data(), text.size(), "%5.1f s", age);
-  } else if (age < 99999.5) {
-    std::snprintf(text.data(), text.size(), "%5.0f s", age);
-  } else {
-    std::snprintf(text.data(), text.size(), "%5.0f h", age / hour);
-  }
+  const int decimals = age < 999.95 ? 1 : 0;
+  const bool in_hours = age >= 99999.5;
+  std::snprintf(text.data(), text.size(), "%5.*f %s", decimals, in_hours ? age / 3600 : age, in_hours ? "h" : "s");
   return text.data();
 }
 

@@ -84,14 +84,11 @@ class WaitingClient {
   }
 
   std::string explain_failure(const std::string& unit) {
-    const std::string cause = has_suffix(unit, ".service") && !monitor.is_over() ? service_result(unit) : "";
+    if (!has_suffix(unit, ".service") || monitor.is_over()) return "it failed";
+    monitor.begin_request();
+    const std::string cause = manager.service_result(unit);
     if (cause == "timeout") return "it timed out";
     return cause.empty() || cause == "success" ? "it failed" : "it failed (" + cause + ")";
-  }
-
-  std::string service_result(const std::string& unit) {
-    monitor.begin_request();
-    return manager.service_result(unit);
   }
 
   const JobOptions& options;

@@ -32,40 +32,26 @@
 namespace keltipc {
 namespace {
 
+struct DestroyHandle {
+  void operator()(fuse_pollhandle* handle) const { fuse_pollhandle_destroy(handle); }
+};
+
 /// The device behind the session; the operations below get it as their user data.
 struct Device {
   Device(MessageQueue& queue, std::size_t frame_size) : channel(queue, frame_size, [this] { wake_pollers(); }) {}
-  ~Device() { drop_pollers(); }
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
-  /// Keeps one handle for each open file: all polls of a file wait on the same one in the kernel.
-  void watch(std::uint64_t file, fuse_pollhandle* handle) {
-    forget(file);
-    pollers.emplace(file, handle);
-  }
-
-  void forget(std::uint64_t file) {
-    const auto found = pollers.find(file);
-    if (found == pollers.end()) return;
-    fuse_pollhandle_destroy(found->second);
-    pollers.erase(found);
-  }
-
   /// Each handle is used once: a poll that still has to wait sends a new request with a new handle.
   void wake_pollers() {
-    for (const auto& [file, handle] : pollers) fuse_lowlevel_notify_poll(handle);
-    drop_pollers();
-  }
-
-  void drop_pollers() {
-    for (const auto& [file, handle] : std::exchange(pollers, {})) fuse_pollhandle_destroy(handle);
+    for (const auto& [file, handle] : pollers) fuse_lowlevel_notify_poll(handle.get());
+    pollers.clear();
   }
 
   /// To be called while the session still exists, which the answers need.
   void end() {
     channel.end(ENODEV);
-    drop_pollers();
+    pollers.clear();
   }
 
   /// libfuse holds locks while it calls note_interrupt, so the interrupted requests are answered here, afterwards.
@@ -74,7 +60,8 @@ struct Device {
   }
 
   Channel channel;
-  std::map<std::uint64_t, fuse_pollhandle*> pollers;
+  /// One handle for each open file: all polls of a file wait on the same one in the kernel.
+  std::map<std::uint64_t, std::unique_ptr<fuse_pollhandle, DestroyHandle>> pollers;
   std::vector<fuse_req_t> interrupted;
   std::uint64_t next_file = 1;
   bool is_set_up = false;
@@ -96,7 +83,7 @@ void on_open(fuse_req_t request, fuse_file_info* file) {
 }
 
 void on_release(fuse_req_t request, fuse_file_info* file) {
-  device_of(request).forget(file->fh);
+  device_of(request).pollers.erase(file->fh);
   fuse_reply_err(request, 0);
 }
 
@@ -118,7 +105,7 @@ void on_write(fuse_req_t request, const char* bytes, std::size_t size, off_t /*o
 
 void on_poll(fuse_req_t request, fuse_file_info* file, fuse_pollhandle* handle) {
   Device& device = device_of(request);
-  if (handle != nullptr) device.watch(file->fh, handle);
+  if (handle != nullptr) device.pollers[file->fh].reset(handle);
   fuse_reply_poll(request, device.channel.events());
 }
 
@@ -205,7 +192,7 @@ class Node {
 
 /// The kernel refuses a second device of the same name, but libfuse does not report that.
 void require_free_name(const std::string& name) {
-  if (!std::filesystem::exists("/sys/class/cuse/" + name)) return;
+  if (::access(("/sys/class/cuse/" + name).c_str(), F_OK) != 0) return;
   throw std::runtime_error("a device named '" + name + "' exists already");
 }
 

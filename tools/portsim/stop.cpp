@@ -23,28 +23,19 @@ void stop_writing(int signal) {
   errno = saved;
 }
 
-void set_handler(void (*handler)(int)) {
-  struct sigaction action {};  // Deliberate: without SA_RESTART, because a write(2) that waits must return.
-  action.sa_handler = handler;
-  const sigset_t signals = stop_signals();
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    if (::sigismember(&signals, signal) == 1) ::sigaction(signal, &action, nullptr);
-  }
-}
-
 }  // namespace
 
 HeldStopSignals::HeldStopSignals() {
   const sigset_t signals = stop_signals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  set_handler(stop_writing);
+  handle_stop_signals(stop_writing);
 }
 
 int HeldStopSignals::take() {
   const sigset_t signals = stop_signals();
   const timespec at_once{0, 0};
   const int signal = ::sigtimedwait(&signals, nullptr, &at_once);
-  set_handler(SIG_DFL);
+  handle_stop_signals(SIG_DFL);
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
   return signal > 0 ? signal : 0;
 }
