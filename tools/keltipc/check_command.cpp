@@ -40,8 +40,7 @@ void name_users(const std::string& device, dev_t number) {
   say("warning: only root can see which processes of other users have " + quote(device) + " open");
 }
 
-class PortCheck : CheckedPort {
- public:
+struct PortCheck : CheckedPort {
   using CheckedPort::CheckedPort;
 
   int run() {
@@ -58,7 +57,6 @@ class PortCheck : CheckedPort {
     return !table.end(end.reason) && end.status == exit_done ? exit_failed : end.status;
   }
 
- private:
   void try_rows() {
     const bool only_sends = !options.send.empty();
     only_sends ? open_to_write() : open_to_read();
@@ -87,16 +85,12 @@ class PortCheck : CheckedPort {
 
   void try_silence() {
     while (received < options.depth_limit && is_readable(0)) read_frame();
-    table.answer("messages at the start", true, up_to_limit(received));
+    table.answer("messages at the start", true, std::to_string(received) + at_most);
     for (const auto end = Clock::now() + seconds(5); Clock::now() < end; read_frame()) {
       if (!is_readable(300)) return table.answer("poll in silence", true, "0 after 300 ms");
     }
     table.answer("poll in silence", false, "never 0 in 5 s");
     if (options.loop_back) throw CannotGoOn{"the port is never quiet"};
-  }
-
-  std::string up_to_limit(unsigned int count) const {
-    return std::to_string(count) + (count == options.depth_limit ? " or more" : "");
   }
 
   void try_second_open() {
@@ -214,7 +208,8 @@ class PortCheck : CheckedPort {
     unsigned int held = 0;
     while (held < options.depth_limit && write(make_frame(held))) ++held;
     const std::size_t back = read_all() / frame_size;
-    table.answer("messages that it holds", back >= held, up_to_limit(held) + ", " + std::to_string(back) + " back");
+    table.answer("messages that it holds", back >= held,
+                 std::to_string(held) + at_most + ", " + std::to_string(back) + " back");
   }
 
   void try_removal() {
@@ -236,6 +231,7 @@ class PortCheck : CheckedPort {
 
   std::uint32_t identifier = options.send.empty() ? id_limit : parse_named(parse_frame_start_id, options.send);
   std::size_t frame_size = options.port.frame;
+  std::string at_most = " of at most " + std::to_string(options.depth_limit);
   milliseconds pause{100};
   std::size_t sent = 0;   ///< frames written
   std::size_t taken = 0;  ///< of these, frames that came back

@@ -96,16 +96,6 @@ struct CheckedPort {
     return call("size of a write", write_it) == static_cast<long>(bytes.size());
   }
 
-  const CheckOptions& options;
-  CheckTable table;
-  Descriptor reader{-1};
-  Descriptor writer{-1};
-  unsigned int received = 0;  ///< whole frames
-  Clock::duration longest_read{0};
-  bool has_hung_up = false;  ///< at the last poll(2)
-  std::string call_text;     ///< what the last system call returned
-
- private:
   Descriptor open(const char* row, int flags) {
     const unsigned int wait = options.port.wait;
     Descriptor port(-1);
@@ -128,6 +118,15 @@ struct CheckedPort {
     if (row == reading) table.answer("poll in silence", false, "1 without a message");
     differs(row, "does not return");
   }
+
+  const CheckOptions& options;
+  CheckTable table;
+  Descriptor reader{-1};
+  Descriptor writer{-1};
+  unsigned int received = 0;  ///< whole frames
+  Clock::duration longest_read{0};
+  bool has_hung_up = false;  ///< at the last poll(2)
+  std::string call_text;     ///< what the last system call returned
 };
 
 }  // namespace keltipc

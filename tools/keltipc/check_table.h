@@ -79,7 +79,13 @@ struct CheckTable {
     const CheckRow& row = **found;
     unanswered.erase(found);
     const std::string verdict = !holds ? "not tried" : *holds ? "ok" : "differs";
-    print(row, verdict, measured);
+    const std::string consequence = verdict == "differs" ? row.consequence : "";
+    const nlohmann::ordered_json json = {{"device", options.device}, {"property", property},
+                                         {"verdict", verdict},       {"measured", measured},
+                                         {"needed", row.needs},      {"consequence", consequence}};
+    const auto replace = nlohmann::ordered_json::error_handler_t::replace;
+    print_line(options.json ? json.dump(-1, ' ', true, replace) : columns(verdict, property, row.needs, measured));
+    if (!options.json && !consequence.empty()) print_line(std::string(11, ' ') + consequence);
     if (*row.needs != '\0' && verdict != "ok")
       failed += (failed.empty() ? "" : ", ") + property + " (" + verdict + ")";
   }
@@ -90,17 +96,6 @@ struct CheckTable {
     while (!unanswered.empty()) answer(unanswered.front()->property, not_tried, reason);
     if (!failed.empty()) say(quote(options.device) + " is not shown to do what the library needs: " + failed);
     return failed.empty();
-  }
-
- private:
-  void print(const CheckRow& row, const std::string& verdict, const std::string& measured) const {
-    const std::string consequence = verdict == "differs" ? row.consequence : "";
-    const nlohmann::ordered_json json = {{"device", options.device}, {"property", row.property},
-                                         {"verdict", verdict},       {"measured", measured},
-                                         {"needed", row.needs},      {"consequence", consequence}};
-    if (options.json) return print_line(json.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
-    print_line(columns(verdict, row.property, row.needs, measured));
-    if (!consequence.empty()) print_line(std::string(11, ' ') + consequence);
   }
 
   const CheckOptions& options;
