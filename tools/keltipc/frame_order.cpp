@@ -18,22 +18,14 @@ bool FrameOrder::is_within_signal() const {
 }
 
 std::string FrameOrder::check(const Frame& frame) {
-  if (!is_within_signal()) return check_first_chunk(frame);
-  if (frame.id == last->id && frame.total_size == last->total_size) return check_next_chunk(frame);
-  std::string mark = "within signal " + to_hex(last->id);
-  if (frame.id == last->id) {
-    mark = "total size " + std::to_string(frame.total_size) + " after " + std::to_string(last->total_size);
-  }
-  begin_signal(frame);
-  return mark;
-}
-
-std::string FrameOrder::check_first_chunk(const Frame& frame) {
-  const bool is_repeat = last && frame.chunk != 0 && frame.chunk == last->chunk && frame.id == last->id &&
-                         frame.total_size == last->total_size;
-  if (is_repeat) return check_next_chunk(frame);
-  begin_signal(frame);
-  return frame.chunk == 0 ? "" : "gap: begins with chunk " + std::to_string(frame.chunk);
+  const bool is_within = is_within_signal();
+  const bool is_alike = last && frame.id == last->id && frame.total_size == last->total_size;
+  if (is_alike && (is_within || (frame.chunk != 0 && frame.chunk == last->chunk))) return check_next_chunk(frame);
+  const Sequence before = last.value_or(Sequence{});
+  last = {frame.id, frame.total_size, frame.chunk};
+  if (!is_within) return frame.chunk == 0 ? "" : "gap: begins with chunk " + std::to_string(frame.chunk);
+  if (frame.id != before.id) return "within signal " + to_hex(before.id);
+  return "total size " + std::to_string(frame.total_size) + " after " + std::to_string(before.total_size);
 }
 
 std::string FrameOrder::check_next_chunk(const Frame& frame) {

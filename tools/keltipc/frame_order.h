@@ -19,8 +19,6 @@ class FrameOrder {
   /// The mark of a start frame.
   std::string check_start(const Frame& frame);
 
-  void restart() { last.reset(); }
-
  private:
   /// The signal of which the last frame was a part.
   struct Sequence {
@@ -30,9 +28,7 @@ class FrameOrder {
   };
 
   bool is_within_signal() const;
-  std::string check_first_chunk(const Frame& frame);
   std::string check_next_chunk(const Frame& frame);
-  void begin_signal(const Frame& frame) { last = {frame.id, frame.total_size, frame.chunk}; }
 
   std::size_t payload_size;
   std::optional<Sequence> last;

@@ -38,11 +38,6 @@ class LatestSignals {
     by_id[signal.id] = signals.begin();
   }
 
-  void clear() {
-    signals.clear();
-    by_id.clear();
-  }
-
  private:
   static constexpr std::size_t most_identifiers = 65'536;
 

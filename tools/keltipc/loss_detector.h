@@ -31,7 +31,7 @@ class LossDetector {
   void cut_off(const char* reason);
 
   /// What comes from now on does not continue a signal that was begun before.
-  void forget() { latest.clear(); }
+  void forget() { latest = {}; }
 
   struct Counts {
     std::uint64_t lost = 0;         ///< not put together, or not from exactly their frames

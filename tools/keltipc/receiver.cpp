@@ -110,7 +110,7 @@ std::optional<Outcome> Receiver::read_message() {
   if (got > 0) {
     message_size = static_cast<std::size_t>(got);
     if (!tee) return take_message();
-    tee->begin(message.data(), message_size);
+    tee->begin({message.data(), message_size});
     return pass_on();
   }
   // Another reader may have been faster.

@@ -44,15 +44,11 @@ class BoundedProcessor {
   std::uint32_t held = 0;
 };
 
-template <std::size_t N>
-Reception::Processor make_processor(std::uint32_t start_id) {
-  return [processor = std::make_shared<BoundedProcessor<N>>(start_id)](const char* bytes) {
-    return processor->take(bytes);
-  };
-}
-
 Reception::Processor make_processor(std::size_t frame_bytes, std::uint32_t start_id) {
-  return with_payload_size(frame_bytes, [&](auto n) { return make_processor<n>(start_id); });
+  return with_payload_size(frame_bytes, [start_id](auto n) -> Reception::Processor {
+    auto processor = std::make_shared<BoundedProcessor<n>>(start_id);
+    return [processor](const char* bytes) { return processor->take(bytes); };
+  });
 }
 
 }  // namespace
@@ -70,7 +66,7 @@ void Reception::end() { losses.cut_off("cut off"); }
 void Reception::restart() {
   end();
   losses.forget();
-  order.restart();
+  order = FrameOrder(frame_size);
   before.clear();
   process = make_processor(frame_size, start_id);
   has_started = false;

@@ -7,11 +7,6 @@
 
 namespace keltipc {
 
-void Tee::begin(const char* bytes, std::size_t size) {
-  message.assign(bytes, bytes + size);
-  passed = 0;
-}
-
 int Tee::advance() {
   while (is_busy()) {
     const ssize_t done = ::write(port.get(), message.data() + passed, message.size() - passed);

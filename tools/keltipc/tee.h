@@ -1,8 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
 #include "kept_port.h"
 
@@ -13,8 +13,12 @@ class Tee {
  public:
   explicit Tee(KeptPort opened) : port(std::move(opened)) {}
 
-  /// Takes the next message; the one before must have been passed on.
-  void begin(const char* bytes, std::size_t size);
+  /// Takes the next message, which must stay in memory until it is passed on; the one before must have been passed
+  /// on.
+  void begin(std::string_view bytes) {
+    message = bytes;
+    passed = 0;
+  }
 
   /// Whether a message is not yet passed on, or not all of it.
   bool is_busy() const { return passed < message.size(); }
@@ -34,7 +38,7 @@ class Tee {
   KeptPort port;
 
  private:
-  std::vector<char> message;
+  std::string_view message;
   std::size_t passed = 0;
 };
 

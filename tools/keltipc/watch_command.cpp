@@ -33,7 +33,7 @@ std::string cut(const std::string& line, std::size_t width) {
   return line.substr(0, width);
 }
 
-volatile std::sig_atomic_t was_resized = 0;
+volatile std::sig_atomic_t must_clear = 1;  ///< at first, and when the terminal was resized
 
 class WatchTable : public Receiver {
  public:
@@ -49,12 +49,11 @@ class WatchTable : public Receiver {
     return std::nullopt;
   }
 
-  Clock::time_point due() const override { return was_resized != 0 ? Clock::time_point() : next_refresh; }
+  Clock::time_point due() const override { return must_clear != 0 ? Clock::time_point() : next_refresh; }
 
   std::optional<Outcome> on_time() override {
-    const bool clears = is_first || was_resized != 0;
-    is_first = false;
-    was_resized = 0;
+    const bool clears = must_clear != 0;
+    must_clear = 0;
     if (Clock::now() >= next_refresh) {
       next_refresh = Clock::now() + refresh;
       close_interval();
@@ -110,7 +109,6 @@ class WatchTable : public Receiver {
 
   SignalTable table;
   std::string last_fault;
-  bool is_first = true;
   Clock::time_point next_refresh = Clock::now();
   Clock::time_point interval_start = Clock::now();
   std::uint64_t frames_before = 0;
@@ -120,7 +118,7 @@ class WatchTable : public Receiver {
 /// Without SA_RESTART, so that poll(2) returns and the table is drawn at once.
 void note_resizes() {
   struct sigaction action {};
-  action.sa_handler = [](int) { was_resized = 1; };
+  action.sa_handler = [](int) { must_clear = 1; };
   ::sigaction(SIGWINCH, &action, nullptr);
 }
 
