@@ -29,6 +29,7 @@ using std::chrono::seconds;
 constexpr milliseconds between_looks(1000);
 constexpr milliseconds between_attempts(100);
 constexpr milliseconds time_to_finish(1000);
+constexpr const char* hint_at_size = " (is --frame right?)";
 constexpr short hang_up = POLLHUP | POLLERR | POLLNVAL;
 
 void refuse_same_device(int device, const std::string& path) {
@@ -39,6 +40,8 @@ void refuse_same_device(int device, const std::string& path) {
     throw InputError(path, "this is the device that is read");
   }
 }
+
+bool refuses_size(int error) { return error == EMSGSIZE || error == EINVAL; }
 
 }  // namespace
 
@@ -75,17 +78,12 @@ int Receiver::run() {
   finish_message(*outcome);
   reception.end();
   tell_faults();
-  const bool is_failure = receive_options.strict && reception.has_losses() && outcome->status <= exit_timed_out;
+  const bool is_failure = receive_options.strict && reception.has_losses();
   if (!outcome->is_quiet) {
     write_error_text((outcome->sentence.empty() ? "" : error_line(outcome->sentence)) + report());
   }
+  if (const auto stopped = outcome_of_stop_signal()) return stopped->status;  // It may have come during the report.
   return is_failure ? exit_failed : outcome->status;
-}
-
-std::string Receiver::report() {
-  std::string text;
-  for (const std::string& sentence : reception.summary(source.device)) text += error_line(sentence);
-  return text;
 }
 
 /// Polls only when no message is known to be there: a system call less for each message of a busy port.
@@ -115,7 +113,7 @@ std::optional<Outcome> Receiver::read_message() {
   }
   // Another reader may have been faster.
   if (got < 0 && (errno == EINTR || (errno == EAGAIN && !has_hung_up))) return std::nullopt;
-  const std::string error = std::strerror(errno);
+  const std::string error = std::strerror(errno) + std::string(refuses_size(errno) ? hint_at_size : "");
   return lose(port, got == 0 || port.has_hung_up() ? "has hung up" : "has a read error: " + error);
 }
 
@@ -123,9 +121,9 @@ std::optional<Outcome> Receiver::pass_on() {
   if (!tee->port.is_open()) return std::nullopt;
   const int error = tee->advance();
   const std::string reason = std::strerror(error);
-  if (error == EMSGSIZE || error == EINVAL) {
+  if (refuses_size(error)) {
     return Outcome{exit_failed, quote(receive_options.tee) + " refused a message of " + std::to_string(message_size) +
-                                    " bytes: " + reason + " (is --frame right?)"};
+                                    " bytes: " + reason + hint_at_size};
   }
   if (error != 0) return lose(tee->port, tee->port.has_hung_up() ? "has hung up" : "has a write error: " + reason);
   return tee->is_busy() ? std::nullopt : take_message();

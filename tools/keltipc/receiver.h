@@ -45,7 +45,7 @@ class Receiver {
   virtual std::optional<Outcome> on_time() = 0;
 
   /// The lines for standard error after the end.
-  virtual std::string report();
+  virtual std::string report() { return reception.report(source.device); }
 
   const FilteredDevice source;
   Reception reception;

@@ -10,6 +10,7 @@
 #include "hex.h"
 #include "ipc/signal_processor.h"
 #include "port_setup.h"
+#include "say.h"
 
 namespace keltipc {
 namespace {
@@ -130,7 +131,7 @@ void Reception::note_data(bool is_copy, bool completes) {
   losses.add(current, is_copy, completes);
 }
 
-std::vector<std::string> Reception::summary(const std::string& device) const {
+std::string Reception::report(const std::string& device) const {
   std::string came = counted(count.signals, "signal", "signals");
   const std::string frames = " from " + counted(count.frames, "frame", "frames");
   if (count.frames == 0) {
@@ -144,8 +145,7 @@ std::vector<std::string> Reception::summary(const std::string& device) const {
   const bool has_data = count.frames + count.wrong_size != count.starts;
   if (has_data && count.in_place == 0 && (count.starts != 0 || count.frames == 0)) came += "; see --frame";
   const std::string wrong = faults();
-  if (wrong.empty()) return {came};
-  return {came, "lost or wrong: " + wrong};
+  return error_line(came) + (wrong.empty() ? "" : error_line("lost or wrong: " + wrong));
 }
 
 std::string Reception::faults() const {

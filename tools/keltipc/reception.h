@@ -35,8 +35,8 @@ class Reception {
   /// Waits for a start frame again. The counts go on.
   void restart();
 
-  /// What came, and what was lost or wrong: a sentence or two.
-  std::vector<std::string> summary(const std::string& device) const;
+  /// What came, and what was lost or wrong: a line or two for standard error.
+  std::string report(const std::string& device) const;
 
   /// "2 signals; 1 repetition"; empty if nothing is wrong.
   std::string faults() const;

@@ -43,7 +43,7 @@ void SignalTable::add(const ecu::vorn::ipc::IpcSignal& signal, Time time) {
   row.payload.assign(signal.data.data(), std::min(signal.data.size(), most_bytes));
 }
 
-void SignalTable::close_interval(Time now) {
+double SignalTable::close_interval(Time now) {
   const double length = seconds(now - interval_start);
   interval_start = now;
   for (auto& [id, row] : rows) {
@@ -55,6 +55,7 @@ void SignalTable::close_interval(Time now) {
     row.count_before = row.count;
     row.shown = row.payload;
   }
+  return length;
 }
 
 double SignalTable::rate() const {

@@ -20,8 +20,8 @@ class SignalTable {
 
   void add(const ecu::vorn::ipc::IpcSignal& signal, Time time);
 
-  /// Ends an interval, and starts the next. Rates and changed bytes are those of the interval.
-  void close_interval(Time now);
+  /// Ends an interval, and starts the next. Rates and changed bytes are those of the interval. Returns its seconds.
+  double close_interval(Time now);
 
   /// The head line and a line for each identifier, none wider than `width`. The rest of the width shows the first
   /// bytes of the payload, those that changed in reverse video. A width of 0 means without payloads, and not cut.

@@ -98,19 +98,15 @@ class WatchTable : public Receiver {
   }
 
   void close_interval() {
-    const auto now = Clock::now();
     const std::uint64_t frames = reception.counts().frames;
-    const double length = std::chrono::duration<double>(now - interval_start).count();
+    const double length = table.close_interval(steady_now());
     frame_rate = length > 0 ? static_cast<double>(frames - frames_before) / length : 0;
-    interval_start = now;
     frames_before = frames;
-    table.close_interval(steady_now());
   }
 
   SignalTable table;
   std::string last_fault;
   Clock::time_point next_refresh = Clock::now();
-  Clock::time_point interval_start = Clock::now();
   std::uint64_t frames_before = 0;
   double frame_rate = 0;
 };
