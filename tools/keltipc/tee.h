@@ -13,8 +13,7 @@ class Tee {
  public:
   explicit Tee(KeptPort opened) : port(std::move(opened)) {}
 
-  /// Takes the next message, which must stay in memory until it is passed on; the one before must have been passed
-  /// on.
+  /// Takes the next message, after the one before was passed on. `bytes` must stay valid while `is_busy`.
   void begin(std::string_view bytes) {
     message = bytes;
     passed = 0;
