@@ -56,7 +56,7 @@ int sd_bus_call_method(sd_bus* /*connection*/, const char* destination, const ch
   if (answer(bus->method_failure, error, {destination, path, interface, member, words.c_str()}) < 0) return -EIO;
   ++bus->held;
   *reply = reinterpret_cast<sd_bus_message*>(::strdup("/unit/a"));
-  return 1;
+  return 0;  // as good as 1: success is not negative
 }
 
 int sd_bus_message_read(sd_bus_message* reply, const char* types, ...) {
@@ -78,16 +78,16 @@ int sd_bus_get_property_string(sd_bus* /*connection*/, const char* destination, 
                                const char* interface, const char* member, sd_bus_error* error, char** value) {
   if (answer(bus->property_failure, error, {destination, path, interface, member}) < 0) return -EIO;
   *value = bus->list.empty() ? nullptr : ::strdup(bus->property.c_str());
-  return 1;
+  return 0;
 }
 
 int sd_bus_get_property_strv(sd_bus* /*connection*/, const char* destination, const char* path, const char* interface,
                              const char* member, sd_bus_error* error, char*** array) {
   if (answer(bus->property_failure, error, {destination, path, interface, member}) < 0) return -EIO;
-  if (bus->list.empty()) return 1;
+  if (bus->list.empty()) return 0;
   *array = static_cast<char**>(std::calloc(bus->list.size() + 1, sizeof(char*)));
   for (std::size_t i = 0; i < bus->list.size(); ++i) (*array)[i] = ::strdup(bus->list[i].c_str());
-  return 1;
+  return 0;
 }
 
 }  // extern "C"
