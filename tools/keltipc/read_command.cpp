@@ -95,6 +95,7 @@ int LogDump::run() {
   if (outcome->is_quiet) return outcome->status;
   if (lines.was_cut_off()) say("warning: " + lines.place() + ": cut off (no line end), passed over");
   write_error_text((outcome->sentence.empty() ? "" : error_line(outcome->sentence)) + report());
+  if (const auto stopped = outcome_of_stop_signal()) return stopped->status;  // It may have come during the report.
   const bool has_failed = bad_lines != 0 || (options.strict && faults != 0);
   return outcome->status == exit_done && has_failed ? exit_failed : outcome->status;
 }
