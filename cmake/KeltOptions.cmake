@@ -11,7 +11,7 @@ set(KELTIPC_BUILD_TESTS ${kelt_part_default} CACHE STRING "The tests: AUTO (foll
 if(KELTIPC_BUILD_TESTS STREQUAL "AUTO" AND DEFINED BUILD_TESTING AND NOT BUILD_TESTING)
   set(KELTIPC_BUILD_TESTS OFF)
 endif()
-set(KELTIPC_TEST_SECONDS 120 CACHE STRING "How long a test may take, in seconds")
+set(KELTIPC_TEST_SECONDS 300 CACHE STRING "How long a test may take, in seconds")
 option(KELTIPC_BUILD_FUZZERS "Build the fuzz targets (need clang)" OFF)
 option(KELTIPC_BUILD_BENCH "Build the benchmarks (need Google Benchmark and sdbus-c++)" OFF)
 
