@@ -78,6 +78,7 @@ bool InputLines::read_line() {
 /// Takes a line off the front.
 void InputLines::cut(std::size_t length) {
   line = {buffer.data() + begin, length};
+  if (length > longest_line + 1) is_too_long = true;  // With its end, from one read(2).
   begin += length;
 }
 

@@ -158,8 +158,9 @@ std::optional<Outcome> Receiver::wait() {
   has_hung_up = (sources[1].revents & hang_up) != 0;
   if ((sources[2].revents & hang_up) != 0) return lose(tee->port, "has hung up");
   if (ready != 0) return std::nullopt;
-  // Only if the port is quiet, so that all that a device still holds is read after its node was removed.
-  auto outcome = look_at(port);
+  // Only if the port is quiet, so that all that a device still holds is read after its node was removed; and only
+  // when the message that was read last has been passed on and taken.
+  auto outcome = has_message ? std::nullopt : look_at(port);
   return outcome || !tee ? outcome : look_at(tee->port);
 }
 
