@@ -1,9 +1,8 @@
 #pragma once
 
+#include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 namespace keltipc {
@@ -30,11 +29,10 @@ class Descriptor {
   int fd;
 };
 
-/// Owns what the system call named `call` returned. Throws std::system_error for -1.
-inline Descriptor checked_descriptor(const char* call, int fd) {
-  Descriptor owned(fd);
-  if (!owned) throw std::system_error(errno, std::generic_category(), call);
-  return owned;
+/// What poll(2) reports of one descriptor; 0 after the timeout, and when a signal was handled. -1: without a timeout.
+inline short poll_one(int fd, short events, int timeout_ms) {
+  pollfd one{fd, events, 0};
+  return ::poll(&one, 1, timeout_ms) > 0 ? one.revents : short{0};
 }
 
 }  // namespace keltipc

@@ -1,16 +1,19 @@
 #pragma once
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
 #include <string_view>
 
+#include "descriptor.h"
+
 namespace keltipc {
 
-/// "keltipc: SENTENCE", with the line's end.
-inline std::string error_line(const std::string& sentence) { return "keltipc: " + sentence + "\n"; }
+/// "keltipc: SENTENCE", with the line's end. Begins with the name under which the tool was started.
+inline std::string error_line(const std::string& sentence) {
+  return std::string(program_invocation_short_name) + ": " + sentence + "\n";
+}
 
 /// All of it on standard error, by one write(2) where that takes it all; waits for a slow reader.
 inline void write_error_text(std::string_view text) {
@@ -19,9 +22,7 @@ inline void write_error_text(std::string_view text) {
     if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
     if (done >= 0 || errno == EINTR) continue;
     if (errno != EAGAIN) return;
-    // Another process that shares the descriptor made it non-blocking.
-    pollfd output{STDERR_FILENO, POLLOUT, 0};
-    ::poll(&output, 1, -1);
+    poll_one(STDERR_FILENO, POLLOUT, -1);  // Another process that shares the descriptor made it non-blocking.
   }
 }
 

@@ -1,8 +1,11 @@
 #include "stop_request.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -10,6 +13,7 @@
 #include <system_error>
 
 #include "clock.h"
+#include "descriptor.h"
 #include "stop_signals.h"
 
 namespace keltipc {
@@ -17,8 +21,9 @@ namespace {
 
 volatile std::sig_atomic_t noted = 0;
 std::chrono::microseconds noted_at;
-int output = -1;
-int hung_up = -1;
+int output = -1;    ///< standard output, also after a stop signal
+int hung_up = -1;   ///< the read end of a pipe whose write end is closed
+int hangs_up = -1;  ///< becomes a duplicate of it
 
 /// A signal can arrive after the last look at `noted` and before the write(2) that then blocks. Blocking the signals
 /// does not close that gap: poll(2) has a form that unblocks them while it waits, write(2) has none. So the read end
@@ -30,14 +35,29 @@ void note(int signal) {
   noted_at = steady_now();
   noted = signal;
   ::dup2(hung_up, STDOUT_FILENO);
+  ::dup2(hung_up, hangs_up);
   errno = saved;
+}
+
+int checked(int result, const char* call) {
+  if (result < 0) throw std::system_error(errno, std::generic_category(), call);
+  return result;
 }
 
 int open_hung_up_pipe() {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  checked(::pipe2(ends.data(), O_CLOEXEC), "pipe");
   ::close(ends[1]);
   return ends[0];
+}
+
+/// A pipe that poll(2) reports as writable takes PIPE_BUF bytes.
+void write_without_waiting(std::string_view text) {
+  while (!text.empty() && poll_one(output, POLLOUT, 0) == POLLOUT) {
+    const ssize_t done = ::write(output, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (done <= 0) return;
+    text.remove_prefix(static_cast<std::size_t>(done));
+  }
 }
 
 }  // namespace
@@ -45,11 +65,31 @@ int open_hung_up_pipe() {
 void note_stop_signals() {
   hung_up = open_hung_up_pipe();
   output = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  hangs_up = checked(::eventfd(0, EFD_CLOEXEC), "eventfd");
+  std::signal(SIGPIPE, SIG_IGN);
   handle_stop_signals(note);
 }
 
 int stop_signal() { return noted; }
 
-int output_after_stop() { return output; }
+int stop_descriptor() { return hangs_up; }
+
+int write_output(std::string_view text) {
+  while (!text.empty()) {
+    if (noted != 0) {
+      write_without_waiting(text);
+      return EINTR;
+    }
+    const ssize_t done = ::write(STDOUT_FILENO, text.data(), text.size());
+    if (done >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(done));
+    } else if (errno == EAGAIN) {
+      poll_one(STDOUT_FILENO, POLLOUT, -1);  // Another process that shares the descriptor made it non-blocking.
+    } else if (errno != EINTR && noted == 0) {
+      return errno;
+    }
+  }
+  return 0;
+}
 
 }  // namespace keltipc

@@ -1,12 +1,9 @@
 #pragma once
 
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <chrono>
-
-#include "descriptor.h"
 
 namespace keltipc {
 
@@ -35,12 +32,6 @@ inline void handle_stop_signals(void (*handler)(int)) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     if (::sigismember(&signals, signal) == 1) ::sigaction(signal, &action, nullptr);
   }
-}
-
-/// Readable once one of them has come. They must be blocked.
-inline Descriptor open_stop_signals() {
-  const sigset_t signals = stop_signals();
-  return checked_descriptor("signalfd", ::signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 /// Ends the process by `signal`, as if it had never been caught: a shell ends its loop after SIGINT only if the

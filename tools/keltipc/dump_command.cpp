@@ -56,14 +56,7 @@ class Dump : public Receiver {
     return std::nullopt;
   }
 
-  std::string report() override {
-    std::string text = Receiver::report();
-    if (!options.stats) return text;
-    const auto now = steady_now();
-    table.close_interval(now);
-    for (const std::string& line : table.lines(0, now)) text += line + "\n";
-    return text;
-  }
+  std::string report() override { return Receiver::report() + (options.stats ? table.report(steady_now()) : ""); }
 
   const DumpOptions& options;
   LineWriter writer;

@@ -1,7 +1,6 @@
 #include "input_lines.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,11 +20,6 @@ constexpr std::size_t longest_line = std::size_t{1024} * 1024;
 constexpr std::size_t kept_of_long_line = 100;
 
 std::string name_of(const std::string& path) { return path == standard_input ? "standard input" : quote(path); }
-
-bool has_input(int fd, int timeout) {
-  pollfd input{fd, POLLIN, 0};
-  return ::poll(&input, 1, timeout) != 0;
-}
 
 }  // namespace
 
@@ -83,7 +77,7 @@ void InputLines::cut(std::size_t length) {
 }
 
 bool InputLines::is_over() {
-  if (wait && !has_input(fd, 0)) was_ended = !wait();
+  if (wait && poll_one(fd, POLLIN, 0) == 0) was_ended = !wait();
   return was_ended;
 }
 
@@ -98,7 +92,7 @@ bool InputLines::read_more() {
     }
     if (errno != EAGAIN && errno != EINTR) throw FileError(input_name + " cannot be read: " + std::strerror(errno));
     // Another process that shares the descriptor made it non-blocking.
-    if (errno == EAGAIN) has_input(fd, -1);
+    if (errno == EAGAIN) poll_one(fd, POLLIN, -1);
   }
   return false;
 }

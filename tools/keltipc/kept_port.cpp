@@ -1,6 +1,5 @@
 #include "kept_port.h"
 
-#include <poll.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -12,10 +11,7 @@
 
 namespace keltipc {
 
-bool KeptPort::has_hung_up() const {
-  pollfd port{device.get(), 0, 0};
-  return ::poll(&port, 1, 0) > 0;
-}
+bool KeptPort::has_hung_up() const { return poll_one(device.get(), 0, 0) != 0; }
 
 std::string KeptPort::node_fault() const {
   struct stat now {};

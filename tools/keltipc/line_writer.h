@@ -20,6 +20,8 @@ class LineWriter {
   explicit LineWriter(Form line_form, bool cuts, std::optional<std::chrono::microseconds> start = std::nullopt)
       : form(line_form), cuts_payloads(cuts), since(start) {}
 
+  bool writes_log() const { return form == Form::log; }
+
   /// Whether the lines have times since the start or since the last line; else they have UTC.
   bool counts_from_start() const { return form == Form::since_last || form == Form::since_start; }
 

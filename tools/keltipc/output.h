@@ -18,6 +18,10 @@ struct Outcome {
 /// interrupts a write that blocks.
 std::optional<Outcome> write_out(std::string_view text);
 
+/// Says on standard error how the command ended, and then `report`, unless the end is a quiet one. Returns the exit
+/// status: that of a stop signal comes first, then 1 if the command `has_failed`.
+int end_with_report(const Outcome& outcome, const std::string& report, bool has_failed);
+
 /// A line on standard output, written at once. Throws std::runtime_error if that fails.
 void print_line(const std::string& line);
 

@@ -1,11 +1,8 @@
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <csignal>
-#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -38,11 +35,6 @@ TimeRange range_of(const DumpOptions& options) {
   return range;
 }
 
-/// Whether lines are printed as they stand in the log.
-bool copies(const DumpOptions& options) {
-  return !options.json && !options.log && options.time.empty() && ::isatty(STDOUT_FILENO) != 1;
-}
-
 class LogDump {
  public:
   explicit LogDump(const DumpOptions& dump_options)
@@ -51,21 +43,92 @@ class LogDump {
         range(range_of(dump_options)),
         log(open_input(source.device)),
         lines(log.get(), source.device, InputLines::Kind::log, [this] { return pause(); }),
-        writer(make_line_writer(dump_options, std::nullopt)),
-        copies_lines(copies(dump_options)) {}
+        writer(make_line_writer(dump_options, std::nullopt)) {}
 
   /// To be called once. Returns the exit status.
-  int run();
+  int run() {
+    note_stop_signals();
+    read_lines();
+    flush();
+    return end_with_report(outcome.value_or(Outcome{exit_done, {}}), report(),
+                           bad_lines != 0 || (options.strict && faults != 0));
+  }
 
  private:
-  void read_lines();
-  bool pause();
-  void flush();
-  void take_line();
-  bool is_chosen(const LogRecord& record) const;
-  void count(const LogRecord& record);
-  void print(LogRecord&& record);
-  std::string report();
+  void read_lines() {
+    try {
+      while (!outcome && stop_signal() == 0 && lines.next()) take_line();
+    } catch (const InputError& error) {
+      outcome = Outcome{exit_failed, error.what()};
+    }
+  }
+
+  /// The input pauses. After a stop signal, and when nobody reads the output any longer, nothing more is read.
+  bool pause() {
+    flush();
+    std::array<pollfd, 2> sources{{{log.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+    while (!outcome && stop_signal() == 0 && ::poll(sources.data(), sources.size(), -1) < 0) continue;
+    if (outcome || stop_signal() != 0) return false;
+    if (sources[1].revents != 0) outcome = Outcome{exit_done, {}, true};
+    return !outcome;
+  }
+
+  void flush() {
+    if (auto failure = write_out(output)) outcome = std::move(failure);
+    output.clear();
+  }
+
+  void take_line() {
+    try {
+      LogRecord record = lines.parsed_by(parse_log_line);
+      if (!is_chosen(record)) return;
+      count(record);
+      print(std::move(record));
+    } catch (const InputError& error) {
+      ++bad_lines;
+      flush();
+      say(error.what());
+    }
+    if (output.size() >= enough_output) flush();
+  }
+
+  /// Filters do not hide faults: the signal that was lost may have passed them.
+  bool is_chosen(const LogRecord& record) const {
+    return range.contains(record.time) &&
+           (!record.fault.empty() || passes(source.filters, record.signal.signal_id, record.signal.status));
+  }
+
+  void count(const LogRecord& record) {
+    if (!record.fault.empty()) {
+      ++faults;
+      return;
+    }
+    bytes += record.signal.data.size();
+    if (options.stats) table.add(record.signal, record.time);
+    earliest = signals == 0 ? record.time : std::min(earliest, record.time);
+    latest = std::max(latest, record.time);
+    if (++signals == options.count) outcome = Outcome{exit_done, {}};
+  }
+
+  /// Where the user chose no form, and off a terminal, the lines stay as they are.
+  void print(LogRecord&& record) {
+    if (writer.writes_log() && !options.log) {
+      output += lines.whole_line();
+    } else {
+      output += writer.line(std::move(record)) + "\n";
+    }
+  }
+
+  std::string report() {
+    std::string text;
+    if (lines.was_cut_off()) text = error_line("warning: " + lines.place() + ": cut off (no line end), passed over");
+    text += error_line(counted(signals, "signal", "signals") + " (" + counted(bytes, "byte", "bytes") + ") in " +
+                       lines.input_name);
+    if (faults != 0) text += error_line("lost or wrong: " + counted(faults, "fault", "faults"));
+    if (bad_lines != 0) text += error_line(counted(bad_lines, "bad line was", "bad lines were") + " passed over");
+    table.start_interval(earliest);
+    return options.stats ? text + table.report(latest) : text;
+  }
 
   const DumpOptions& options;
   const FilteredDevice source;
@@ -73,7 +136,6 @@ class LogDump {
   const Descriptor log;
   InputLines lines;
   LineWriter writer;
-  const bool copies_lines;
   SignalTable table;
   std::optional<Outcome> outcome;
   std::string output;
@@ -81,99 +143,9 @@ class LogDump {
   std::uint64_t bytes = 0;
   std::uint64_t faults = 0;
   std::uint64_t bad_lines = 0;
-  microseconds earliest = microseconds::max();
-  microseconds latest = microseconds::min();
+  microseconds earliest{0};  ///< time of a signal
+  microseconds latest{0};
 };
-
-int LogDump::run() {
-  std::signal(SIGPIPE, SIG_IGN);
-  note_stop_signals();
-  read_lines();
-  flush();
-  if (auto stopped = outcome_of_stop_signal()) outcome = std::move(stopped);
-  if (!outcome) outcome = Outcome{exit_done, {}};
-  if (outcome->is_quiet) return outcome->status;
-  if (lines.was_cut_off()) say("warning: " + lines.place() + ": cut off (no line end), passed over");
-  write_error_text((outcome->sentence.empty() ? "" : error_line(outcome->sentence)) + report());
-  if (const auto stopped = outcome_of_stop_signal()) return stopped->status;  // It may have come during the report.
-  const bool has_failed = bad_lines != 0 || (options.strict && faults != 0);
-  return outcome->status == exit_done && has_failed ? exit_failed : outcome->status;
-}
-
-void LogDump::read_lines() {
-  try {
-    while (!outcome && stop_signal() == 0 && lines.next()) take_line();
-  } catch (const InputError& error) {
-    outcome = Outcome{exit_failed, error.what()};
-  }
-}
-
-/// The input pauses. After a stop signal, and when nobody reads the output any longer, nothing more is read.
-bool LogDump::pause() {
-  flush();
-  std::array<pollfd, 2> sources{{{log.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
-  while (!outcome && stop_signal() == 0 && ::poll(sources.data(), sources.size(), -1) < 0) continue;
-  if (outcome || stop_signal() != 0) return false;
-  if (sources[1].revents != 0) outcome = Outcome{exit_done, {}, true};
-  return !outcome;
-}
-
-void LogDump::flush() {
-  if (auto failure = write_out(output)) outcome = std::move(failure);
-  output.clear();
-}
-
-void LogDump::take_line() {
-  try {
-    LogRecord record = lines.parsed_by(parse_log_line);
-    if (!is_chosen(record)) return;
-    count(record);
-    print(std::move(record));
-  } catch (const InputError& error) {
-    ++bad_lines;
-    flush();
-    say(error.what());
-  }
-  if (output.size() >= enough_output) flush();
-}
-
-/// Filters do not hide faults: the signal that was lost may have passed them.
-bool LogDump::is_chosen(const LogRecord& record) const {
-  return range.contains(record.time) &&
-         (!record.fault.empty() || passes(source.filters, record.signal.signal_id, record.signal.status));
-}
-
-void LogDump::count(const LogRecord& record) {
-  if (!record.fault.empty()) {
-    ++faults;
-    return;
-  }
-  bytes += record.signal.data.size();
-  if (options.stats) table.add(record.signal, record.time);
-  earliest = std::min(earliest, record.time);
-  latest = std::max(latest, record.time);
-  if (++signals == options.count) outcome = Outcome{exit_done, {}};
-}
-
-void LogDump::print(LogRecord&& record) {
-  if (copies_lines) {
-    output += lines.whole_line();
-  } else {
-    output += writer.line(std::move(record)) + "\n";
-  }
-}
-
-std::string LogDump::report() {
-  std::string text = error_line(counted(signals, "signal", "signals") + " (" + counted(bytes, "byte", "bytes") +
-                                ") in " + lines.input_name);
-  if (faults != 0) text += error_line("lost or wrong: " + counted(faults, "fault", "faults"));
-  if (bad_lines != 0) text += error_line(counted(bad_lines, "bad line was", "bad lines were") + " passed over");
-  if (!options.stats) return text;
-  table.start_interval(earliest);
-  table.close_interval(latest);
-  for (const std::string& line : table.lines(0, latest)) text += line + "\n";
-  return text;
-}
 
 }  // namespace
 

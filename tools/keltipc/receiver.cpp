@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <utility>
 
@@ -68,7 +67,6 @@ std::optional<Tee> Receiver::open_tee() const {
 int Receiver::run() {
   if (!port.is_open() || (tee && !tee->port.is_open())) return exit_timed_out;
   set_up_logging(receive_options.port.log_level);
-  std::signal(SIGPIPE, SIG_IGN);
   note_stop_signals();
   std::optional<Outcome> outcome;
   while (!outcome) {
@@ -78,12 +76,7 @@ int Receiver::run() {
   finish_message(*outcome);
   reception.end();
   tell_faults();
-  const bool is_failure = receive_options.strict && reception.has_losses();
-  if (!outcome->is_quiet) {
-    write_error_text((outcome->sentence.empty() ? "" : error_line(outcome->sentence)) + report());
-  }
-  if (const auto stopped = outcome_of_stop_signal()) return stopped->status;  // It may have come during the report.
-  return is_failure ? exit_failed : outcome->status;
+  return end_with_report(*outcome, report(), receive_options.strict && reception.has_losses());
 }
 
 /// Polls only when no message is known to be there: a system call less for each message of a busy port.

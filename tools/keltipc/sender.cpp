@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -80,8 +79,7 @@ void Sender::note_reopening(int level) {
 
 /// Where the device has no room for a signal, the wait is before the signal and not in its middle.
 void Sender::wait_for_room() const {
-  pollfd port{room.get(), POLLOUT, 0};
-  if (room) ::poll(&port, 1, -1);
+  if (room) poll_one(room.get(), POLLOUT, -1);
 }
 
 void Sender::send(const Outgoing& outgoing) {

@@ -96,4 +96,11 @@ std::vector<std::string> SignalTable::lines(std::size_t width, Time now) const {
   return text;
 }
 
+std::string SignalTable::report(Time now) {
+  close_interval(now);
+  std::string text;
+  for (const std::string& line : lines(0, now)) text += line + "\n";
+  return text;
+}
+
 }  // namespace keltipc

@@ -27,6 +27,9 @@ class SignalTable {
   /// bytes of the payload, those that changed in reverse video. A width of 0 means without payloads, and not cut.
   std::vector<std::string> lines(std::size_t width, Time now) const;
 
+  /// Ends the last interval. Returns the whole table without payloads, as one text.
+  std::string report(Time now);
+
   /// Signals a second, of all identifiers together, in the last interval.
   double rate() const;
 

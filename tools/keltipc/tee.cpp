@@ -1,6 +1,5 @@
 #include "tee.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,8 +26,7 @@ void Tee::finish_within(std::chrono::milliseconds limit) {
   while (is_busy() && port.is_open() && advance() == 0 && is_busy()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) return;
-    pollfd room{port.get(), POLLOUT, 0};
-    ::poll(&room, 1, static_cast<int>(left));
+    poll_one(port.get(), POLLOUT, static_cast<int>(left));
   }
 }
 

@@ -25,7 +25,7 @@
 #include "descriptor.h"
 #include "link.h"
 #include "port.h"
-#include "stop_signals.h"
+#include "stop_request.h"
 
 // A character device in user space. The kernel passes each read, write and poll as a request. The channel keeps
 // those that must wait, so that one thread serves any number of readers and writers.
@@ -207,12 +207,12 @@ std::string device_name(const std::filesystem::path& place) {
   return "keltipc-portsim-" + std::to_string(::getpid());
 }
 
-void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, const MessageQueue& queue, int stop) {
+void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, const MessageQueue& queue) {
   while (!queue.has_hung_up()) {
     // Before `serve`, so that no message becomes readable unnoticed in between.
     const int timeout = queue.ms_to_readable();
     device.channel.serve();
-    std::array<pollfd, 2> watched{{{fuse_session_fd(session), POLLIN, 0}, {stop, POLLIN, 0}}};
+    std::array<pollfd, 2> watched{{{fuse_session_fd(session), POLLIN, 0}, {stop_descriptor(), 0, 0}}};
     if (::poll(watched.data(), watched.size(), timeout) < 0 && errno != EINTR) {
       throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
     }
@@ -224,7 +224,6 @@ void serve_until_stopped(fuse_session* session, Device& device, Buffer& buffer, 
 }  // namespace
 
 void run_cuse_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready) {
-  const Descriptor stop = open_stop_signals();
   // Absolute, since libfuse changes the working folder when it sets a session up.
   const std::filesystem::path path = std::filesystem::absolute(port.path).lexically_normal();
   const std::string name = device_name(path);
@@ -239,7 +238,7 @@ void run_cuse_port(const SimulatedPort& port, MessageQueue& queue, const std::fu
   std::unique_ptr<Link> link;
   if (path != "/dev/" + name) link = std::make_unique<Link>("/dev/" + name, path);
   ready("a CUSE device");
-  serve_until_stopped(session.get(), device, buffer, queue, stop.get());
+  serve_until_stopped(session.get(), device, buffer, queue);
   device.end();
 }
 

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -16,8 +15,9 @@
 #include "link.h"
 #include "message_queue.h"
 #include "port.h"
+#include "say.h"
 #include "start_up.h"
-#include "stop.h"
+#include "stop_request.h"
 #include "stop_signals.h"
 #include "usage.h"
 #include "whole_number.h"
@@ -115,8 +115,7 @@ bool chooses_cuse(const Options& options) {
 /// Gives the stop signal that ended the port, or 0.
 int run(Options options) {
   make_room(options.port.path);
-  HeldStopSignals signals;
-  ::signal(SIGPIPE, SIG_IGN);  // The port stays when the reader of its --trace goes.
+  note_stop_signals();
   const bool needs_seed = options.queue.faults.are_random() && !options.seed;
   options.queue.faults.seed = needs_seed ? std::random_device{}() : options.seed.value_or(0);
   MessageQueue queue(options.queue);
@@ -126,10 +125,9 @@ int run(Options options) {
     if (needs_seed) say("the faults are those of --seed " + std::to_string(options.queue.faults.seed));
   };
   (chooses_cuse(options) ? run_cuse_port : run_pty_port)(options.port, queue, ready);
-  const int stop = signals.take();
   if (queue.has_hung_up()) say("hung up");
   say(queue.counts());
-  return stop;
+  return stop_signal();
 }
 
 int run_tool(int argc, char** argv) {

@@ -1,15 +1,13 @@
 #include "message_queue.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <sstream>
 #include <utility>
 
 #include "hex.h"
-#include "stop.h"
+#include "say.h"
+#include "stop_request.h"
 
 namespace keltipc {
 
@@ -68,9 +66,10 @@ void MessageQueue::trace(const std::string& message) {
     line += i == 0 ? "" : begins_field ? "  " : " ";
     append_hex_byte(line, message[i]);
   }
-  if (write_unless_stopped(STDOUT_FILENO, line + "\n")) return;
+  const int error = write_output(line + "\n");
+  if (error == 0) return;
   settings.trace = 0;
-  say(std::string("the trace ends here: ") + std::strerror(errno));
+  say(std::string("the trace ends here: ") + std::strerror(error));
 }
 
 }  // namespace keltipc

@@ -17,7 +17,8 @@ struct SimulatedPort {
 };
 
 // Both make the port, call `ready` with what it is ("a pseudo-terminal"), and pass messages until a stop signal
-// arrives, which the caller has blocked, or the queue hangs up. Then the port is gone. They throw std::runtime_error.
+// arrives, for which the caller has called note_stop_signals, or the queue hangs up. Then the port is gone. They
+// throw std::runtime_error.
 
 void run_pty_port(const SimulatedPort& port, MessageQueue& queue, const std::function<void(const char*)>& ready);
 

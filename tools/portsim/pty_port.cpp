@@ -16,8 +16,8 @@
 #include "descriptor.h"
 #include "link.h"
 #include "port.h"
-#include "stop.h"
-#include "stop_signals.h"
+#include "say.h"
+#include "stop_request.h"
 
 // The slave of a pseudo-terminal in raw mode is a character device that stat, open, poll, read and write treat like a
 // port. VMIN is the frame's size, so poll reports whole frames only. The relay reads the frames that were
@@ -73,11 +73,11 @@ class Relay {
  public:
   Relay(int master, std::size_t frame_size, MessageQueue& messages) : fd(master), size(frame_size), queue(messages) {}
 
-  void run_until_stopped(int stop) {
+  void run_until_stopped() {
     while (!has_hung_up()) {
       // Before `wanted_events`, so that no message becomes readable unnoticed in between.
       const int timeout = longest_wait();
-      std::array<pollfd, 2> watched{{{fd, wanted_events(), 0}, {stop, POLLIN, 0}}};
+      std::array<pollfd, 2> watched{{{fd, wanted_events(), 0}, {stop_descriptor(), 0, 0}}};
       if (::poll(watched.data(), watched.size(), timeout) < 0 && errno != EINTR) fail("poll");
       if (watched[1].revents != 0) return;
       if ((watched[0].revents & POLLIN) != 0) {
@@ -151,11 +151,9 @@ class Relay {
 };
 
 /// A hang-up discards the messages that the line holds, so wait until they are read. Only polling can find that out.
-void wait_until_read(int slave, int stop) {
+void wait_until_read(int slave) {
   constexpr int ask_again_ms = 5;
-  pollfd unread{slave, POLLIN, 0};
-  pollfd stopped{stop, POLLIN, 0};
-  while (::poll(&unread, 1, 0) > 0 && ::poll(&stopped, 1, ask_again_ms) == 0) continue;
+  while (poll_one(slave, POLLIN, 0) != 0 && poll_one(stop_descriptor(), 0, ask_again_ms) == 0) continue;
 }
 
 }  // namespace
@@ -165,15 +163,14 @@ void run_pty_port(const SimulatedPort& port, MessageQueue& queue, const std::fun
     throw std::runtime_error("a pseudo-terminal cannot pass frames of " + std::to_string(port.frame_size) +
                              " bytes: its line holds " + std::to_string(line_capacity) + ". Use --backend cuse.");
   }
-  const Descriptor stop = open_stop_signals();
   const Descriptor master = open_master();
   const std::string slave_name = slave_path(master);
   const Descriptor slave = open_slave(slave_name, port);
   const Link link(slave_name, port.path);
   ready("a pseudo-terminal");
   Relay relay(master.get(), port.frame_size, queue);
-  relay.run_until_stopped(stop.get());
-  if (relay.has_hung_up()) wait_until_read(slave.get(), stop.get());
+  relay.run_until_stopped();
+  if (relay.has_hung_up()) wait_until_read(slave.get());
   relay.count_unread(slave.get());
 }
 
