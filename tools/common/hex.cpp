@@ -94,14 +94,8 @@ void append_hex_byte(std::string& text, char byte) {
 }
 
 void append_payload(std::string& text, const std::vector<char>& payload) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::size_t at = text.size();
-  text.resize(at + 2 * payload.size());
-  for (const char byte : payload) {
-    const auto value = static_cast<unsigned char>(byte);
-    text[at++] = digits[value >> 4U];
-    text[at++] = digits[value & 0xFU];
-  }
+  text.reserve(text.size() + 2 * payload.size());
+  for (const char byte : payload) append_hex_byte(text, byte);
 }
 
 }  // namespace keltipc

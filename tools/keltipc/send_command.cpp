@@ -69,9 +69,6 @@ void require_something_to_send(const SendOptions& options) {
   if (options.replay.empty() && options.signals.empty() && options.frame_start.empty()) {
     throw InputError("nothing to send: give a SIGNAL, -, --frame-start or --replay");
   }
-  if (options.repeat != 1 && reads_standard_input(options)) {
-    throw InputError("--repeat needs a SIGNAL or a FILE: standard input can be read only once");
-  }
 }
 
 Parser make_parser(const SendOptions& options) {
@@ -121,7 +118,9 @@ std::optional<Input> find_input(const SendOptions& options) {
   const bool is_log = !options.replay.empty();
   if (!is_log && !reads_standard_input(options)) return std::nullopt;
   Input input{is_log ? options.replay : standard_input, is_log ? Kind::log : Kind::signals, make_parser(options)};
-  if (!input.is_regular && options.repeat != 1) throw InputError(options.replay, "--repeat needs a regular file");
+  if (!input.is_regular && options.repeat != 1) {
+    throw InputError("--repeat needs a SIGNAL or a FILE: " + input.lines().input_name + " can be read only once");
+  }
   return input;
 }
 
