@@ -29,6 +29,13 @@ inline CLI::Validator whole_number(unsigned long lowest,
   return CLI::Validator(check, "");
 }
 
+/// An option whose value is a whole number; `unit` stands for it in the help.
+template <typename Number>
+CLI::Option* add_number(CLI::App& command, const char* name, const char* unit, Number& value,
+                        const CLI::Validator& limits, const char* help) {
+  return command.add_option(name, value, help)->transform(limits)->type_name(unit);
+}
+
 /// A number within bounds. CLI11's own check takes "nan" for one.
 inline CLI::Validator number(double lowest, double highest) {
   const auto check = [=](const std::string& text) -> std::string {

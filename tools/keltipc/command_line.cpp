@@ -1,8 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <exception>
 #include <memory>
-#include <new>
 
 #include "commands.h"
 #include "declare_commands.h"
@@ -12,7 +10,6 @@
 #include "input_error.h"
 #include "say.h"
 #include "start_up.h"
-#include "stop_signals.h"
 #include "unit_manager.h"
 #include "usage.h"
 #include "whole_number.h"
@@ -152,15 +149,4 @@ int run_tool(int argc, char** argv) {
 }  // namespace
 }  // namespace keltipc
 
-int main(int argc, char** argv) {
-  std::set_new_handler([] { keltipc::end_without_memory("keltipc: out of memory\n"); });
-  keltipc::occupy_closed_streams();
-  try {
-    const int status = keltipc::run_tool(argc, argv);
-    if (status > 128) keltipc::end_by_signal(status - 128);
-    return status;
-  } catch (const std::exception& error) {
-    keltipc::say(error.what());
-    return keltipc::exit_failed;
-  }
-}
+int main(int argc, char** argv) { return keltipc::run_main(keltipc::run_tool, argc, argv); }

@@ -11,13 +11,24 @@ namespace keltipc {
 
 constexpr std::size_t header_size = 8;
 
-/// One message of a port.
-struct Frame {
-  bool is_short = false;  ///< less than a frame: all of it is in `payload`
+/// Of which signal a frame is a part, and which part.
+struct SignalPart {
   std::uint32_t id = 0;
-  std::uint8_t status = 0;
-  std::uint16_t chunk = 0;
   std::uint16_t total_size = 0;
+  std::uint16_t chunk = 0;
+
+  bool is_alike(const SignalPart& other) const { return id == other.id && total_size == other.total_size; }
+};
+
+/// "chunk 3 after 1", or "chunk 3 again"
+inline std::string chunk_text(unsigned int chunk, unsigned int before) {
+  return "chunk " + std::to_string(chunk) + (chunk == before ? " again" : " after " + std::to_string(before));
+}
+
+/// One message of a port.
+struct Frame : SignalPart {
+  bool is_short = false;  ///< less than a frame: all of it is in `payload`
+  std::uint8_t status = 0;
   std::vector<char> payload;
   std::string mark;  ///< what is special or wrong about it; usually empty
 };

@@ -20,18 +20,10 @@ class FrameOrder {
   std::string check_start(const Frame& frame);
 
  private:
-  /// The signal of which the last frame was a part.
-  struct Sequence {
-    std::uint32_t id;
-    std::uint16_t total_size;
-    std::uint16_t chunk;
-  };
-
   bool is_within_signal() const;
-  std::string check_next_chunk(const Frame& frame);
 
   std::size_t payload_size;
-  std::optional<Sequence> last;
+  std::optional<SignalPart> last;  ///< of the frame before
 };
 
 }  // namespace keltipc

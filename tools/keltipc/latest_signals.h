@@ -4,16 +4,16 @@
 #include <list>
 #include <unordered_map>
 
+#include "frame.h"
+
 namespace keltipc {
 
 /// The latest signal of each identifier. Remembers the 65,536 identifiers that were seen last.
 class LatestSignals {
  public:
   struct Signal {
-    std::uint32_t id;
-    std::uint16_t total_size;
-    std::uint16_t chunk;  ///< the last one that came
-    bool is_whole;        ///< it was put together right
+    SignalPart latest;  ///< the part that came last
+    bool is_whole;      ///< it was put together right
   };
 
   /// Null if there is none. Counts as seeing the identifier.
@@ -26,16 +26,16 @@ class LatestSignals {
 
   /// Takes the place of the one before it with the same identifier.
   void put(const Signal& signal) {
-    if (Signal* const known = find(signal.id)) {
+    if (Signal* const known = find(signal.latest.id)) {
       *known = signal;
       return;
     }
     if (signals.size() == most_identifiers) {
-      by_id.erase(signals.back().id);
+      by_id.erase(signals.back().latest.id);
       signals.pop_back();
     }
     signals.push_front(signal);
-    by_id[signal.id] = signals.begin();
+    by_id[signal.latest.id] = signals.begin();
   }
 
  private:

@@ -39,25 +39,22 @@ void LossDetector::cut_off(const char* reason) {
 /// Returns whether the frame begins a signal.
 bool LossDetector::note_chunk(const Frame& frame) {
   LatestSignals::Signal* const known = latest.find(frame.id);
-  if (known == nullptr || known->total_size != frame.total_size || frame.chunk <= known->chunk) {
-    latest.put({frame.id, frame.total_size, frame.chunk, false});
+  if (known == nullptr || !frame.is_alike(known->latest) || frame.chunk <= known->latest.chunk) {
+    latest.put({frame, false});
     return true;
   }
-  known->chunk = frame.chunk;
+  known->latest = frame;
   if (std::exchange(known->is_whole, false)) lose(frame.id, chunk_text(frame) + " after its end");
   return false;
 }
 
 /// Returns whether the frames of the run, and this one, are the first chunks of one signal.
 bool LossDetector::extends_run(const Frame& frame) {
-  if (run == Run::empty && frame.chunk == 0) {
-    run = Run::one_signal;
-    running = {frame.id, frame.total_size, 0, false};
-    return true;
-  }
-  if (run != Run::one_signal || frame.id != running.id || frame.total_size != running.total_size) return false;
-  if (frame.chunk != running.chunk + 1) return false;
-  running.chunk = frame.chunk;
+  const bool begins = run == Run::empty && frame.chunk == 0;
+  const bool continues = run == Run::one_signal && frame.is_alike(running) && frame.chunk == running.chunk + 1;
+  if (!begins && !continues) return false;
+  run = Run::one_signal;
+  running = frame;
   return true;
 }
 
@@ -65,18 +62,13 @@ void LossDetector::mix_run(const Frame& frame, bool begins) {
   const bool belongs = run == Run::one_signal && !begins && frame.id == running.id;
   const bool may_begin_anew = frame.chunk == 0 && frame.total_size > payload_size;
   if (run == Run::one_signal && !(belongs && may_begin_anew))
-    lose(running.id, belongs ? misplaced(frame) : incomplete);
+    lose(running.id, belongs ? chunk_text(frame.chunk, running.chunk) : incomplete);
   run = Run::mixed;
   if (may_begin_anew) {
     unclear = frame.id;
   } else if (begins) {
     lose(frame.id, frame.chunk == 0 ? mixed_up : "begins with " + chunk_text(frame));
   }
-}
-
-std::string LossDetector::misplaced(const Frame& frame) const {
-  if (frame.chunk == running.chunk) return chunk_text(frame) + " again";
-  return chunk_text(frame) + " after " + std::to_string(running.chunk);
 }
 
 void LossDetector::end_run() {

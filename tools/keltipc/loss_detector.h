@@ -53,7 +53,6 @@ class LossDetector {
   bool note_chunk(const Frame& frame);
   bool extends_run(const Frame& frame);
   void mix_run(const Frame& frame, bool begins);
-  std::string misplaced(const Frame& frame) const;
   void end_run();
   void lose(std::uint32_t id, const std::string& reason);
   void lose_unclear();
@@ -61,7 +60,7 @@ class LossDetector {
   std::size_t payload_size;
   LatestSignals latest;
   Run run = Run::empty;
-  LatestSignals::Signal running{};  ///< of which all frames of the run are, if they are of one
+  SignalPart running;  ///< the last frame of the signal of which all frames of the run are, if they are of one
   /// The last frame is the first one of this signal, and came among others: if it is repeated, and the processor has
   /// completed something before, the repetition begins the signal anew.
   std::optional<std::uint32_t> unclear;

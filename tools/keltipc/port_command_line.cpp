@@ -17,11 +17,6 @@ auto not_empty(const char* complaint) {
 constexpr unsigned int million = 1'000'000;
 constexpr unsigned int billion = 1'000'000'000;
 
-CLI::Option* add_number(CLI::App& command, const char* name, const char* unit, unsigned int& value,
-                        const CLI::Validator& limits, const char* help) {
-  return command.add_option(name, value, help)->transform(limits)->type_name(unit);
-}
-
 void add_port_options(CLI::App& command, PortOptions& options) {
   command.add_option("--frame", options.frame, "Size of the port's frames: 16, 32 or 4096 bytes")
       ->check(frame_size())
@@ -33,12 +28,9 @@ void add_port_options(CLI::App& command, PortOptions& options) {
 }
 
 void add_log_level(CLI::App& command, PortOptions& options) {
-  command
-      .add_option("--log-level", options.log_level,
-                  "Show the library's log lines up to this level:\n2 critical, 3 errors, 4 warnings, 5 notices,\n"
-                  "6 information, 7 all")
-      ->transform(whole_number(0, 7))
-      ->type_name("0..7")
+  add_number(command, "--log-level", "0..7", options.log_level, whole_number(0, 7),
+             "Show the library's log lines up to this level:\n2 critical, 3 errors, 4 warnings, 5 notices,\n"
+             "6 information, 7 all")
       ->capture_default_str();
 }
 

@@ -3,9 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstring>
-#include <exception>
-#include <new>
 #include <optional>
 #include <random>
 
@@ -18,7 +17,6 @@
 #include "say.h"
 #include "start_up.h"
 #include "stop_request.h"
-#include "stop_signals.h"
 #include "usage.h"
 #include "whole_number.h"
 
@@ -57,9 +55,7 @@ void add_port_options(CLI::App& app, Options& options) {
   app.add_option("--mode", options.port.mode, "Permissions of the device node, such as 666")
       ->transform(CLI::Validator(check_mode, ""))
       ->type_name("OCTAL");
-  app.add_option("--depth", options.queue.depth, "How many messages it holds")
-      ->transform(whole_number(1, 1'000'000))
-      ->type_name("COUNT")
+  add_number(app, "--depth", "COUNT", options.queue.depth, whole_number(1, 1'000'000), "How many messages it holds")
       ->capture_default_str();
   app.add_option_function<std::string>(
          "--when-full",
@@ -69,9 +65,8 @@ void add_port_options(CLI::App& app, Options& options) {
          "block: writers wait; drop: new messages are lost")
       ->check(CLI::IsMember({"block", "drop"}))
       ->option_text("ACTION=block");
-  app.add_option("--trace", options.queue.trace, "Print the first COUNT messages in hexadecimal")
-      ->transform(whole_number(0))
-      ->type_name("COUNT");
+  add_number(app, "--trace", "COUNT", options.queue.trace, whole_number(0),
+             "Print the first COUNT messages in hexadecimal");
 }
 
 std::string check_fault_rate(const std::string& text) {
@@ -93,15 +88,11 @@ void add_misbehaviour(CLI::App& app, Options& options) {
   add_fault(app, "--corrupt", faults.corrupt, "Invert one bit of every N-th, or of P%");
   add_fault(app, "--duplicate", faults.duplicate, "Deliver every N-th twice, or P%");
   add_fault(app, "--swap", faults.swap, "Deliver every N-th after the next one, or P%");
-  app.add_option("--seed", options.seed, "Repeat the random faults of an earlier run")
-      ->transform(whole_number(0))
-      ->type_name("NUMBER");
-  app.add_option("--hang-up-after", options.queue.hang_up_after, "Hang up and exit when N messages were read")
-      ->transform(whole_number(1))
-      ->type_name("N");
-  app.add_option("--delay", options.queue.delay_ms, "Deliver each message that much later")
-      ->transform(whole_number(1, 1'000'000))
-      ->type_name("MS");
+  add_number(app, "--seed", "NUMBER", options.seed, whole_number(0), "Repeat the random faults of an earlier run");
+  add_number(app, "--hang-up-after", "N", options.queue.hang_up_after, whole_number(1),
+             "Hang up and exit when N messages were read");
+  add_number(app, "--delay", "MS", options.queue.delay_ms, whole_number(1, 1'000'000),
+             "Deliver each message that much later");
 }
 
 bool chooses_cuse(const Options& options) {
@@ -149,19 +140,9 @@ int run_tool(int argc, char** argv) {
     return report(app, error);
   }
   // A shell loop ends with Ctrl+C only if the command dies of it. To be stopped by a service manager is success.
-  if (run(options) == SIGINT) end_by_signal(SIGINT);
-  return exit_done;
+  return run(options) == SIGINT ? 128 + SIGINT : exit_done;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  occupy_closed_streams();
-  std::set_new_handler([] { end_without_memory("keltipc-portsim: out of memory\n"); });
-  try {
-    return run_tool(argc, argv);
-  } catch (const std::exception& error) {
-    say(error.what());
-    return exit_failed;
-  }
-}
+int main(int argc, char** argv) { return run_main(run_tool, argc, argv); }
