@@ -13,6 +13,8 @@ send = subprocess.Popen(["keltipc", "send", sink, "-"], stdin=subprocess.PIPE, t
 print("start 0=1", file=send.stdin, flush=True)
 for line in dump.stdout:
     signal = json.loads(line)
+    if "fault" in signal:
+        continue  # Something was lost or is wrong.
     answer = bytes.fromhex(signal["data"])[::-1]
     print(f"{signal['id']}#{answer.hex()}", file=send.stdin, flush=True)
 send.stdin.close()
