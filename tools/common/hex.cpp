@@ -38,6 +38,13 @@ char byte_at_front(std::string_view text) {
   return static_cast<char>((high << 4U) | digit_value(text[1]));
 }
 
+void write_hex_byte(char* to, char byte) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  to[0] = digits[value >> 4U];
+  to[1] = digits[value & 0xFU];
+}
+
 }  // namespace
 
 std::string_view without_blanks_around(std::string_view text) {
@@ -87,15 +94,14 @@ std::string to_hex(std::uint64_t value) {
 }
 
 void append_hex_byte(std::string& text, char byte) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  const auto value = static_cast<unsigned char>(byte);
-  text += digits[value >> 4U];
-  text += digits[value & 0xFU];
+  text.resize(text.size() + 2);
+  write_hex_byte(&text[text.size() - 2], byte);
 }
 
 void append_payload(std::string& text, const std::vector<char>& payload) {
-  text.reserve(text.size() + 2 * payload.size());
-  for (const char byte : payload) append_hex_byte(text, byte);
+  const std::size_t start = text.size();
+  text.resize(start + 2 * payload.size());
+  for (std::size_t i = 0; i < payload.size(); ++i) write_hex_byte(&text[start + 2 * i], payload[i]);
 }
 
 }  // namespace keltipc
