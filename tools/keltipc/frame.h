@@ -27,6 +27,8 @@ inline std::string chunk_text(unsigned int chunk, unsigned int before) {
 
 /// One message of a port.
 struct Frame : SignalPart {
+  const SignalPart& part() const { return *this; }
+
   bool is_short = false;  ///< less than a frame: all of it is in `payload`
   std::uint8_t status = 0;
   std::vector<char> payload;

@@ -29,7 +29,7 @@ std::string FrameOrder::check(const Frame& frame) {
   const bool is_within = is_within_signal();
   const SignalPart before = last.value_or(SignalPart{});
   const bool may_continue = is_within || (last && frame.chunk != 0 && frame.chunk == before.chunk);
-  last = frame;
+  last = frame.part();
   if (may_continue && frame.is_alike(before)) return check_next_chunk(frame.chunk, before.chunk);
   if (!is_within) return frame.chunk == 0 ? "" : "gap: begins with chunk " + std::to_string(frame.chunk);
   if (frame.id != before.id) return "within signal " + to_hex(before.id);

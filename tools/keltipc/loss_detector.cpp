@@ -40,10 +40,10 @@ void LossDetector::cut_off(const char* reason) {
 bool LossDetector::note_chunk(const Frame& frame) {
   LatestSignals::Signal* const known = latest.find(frame.id);
   if (known == nullptr || !frame.is_alike(known->latest) || frame.chunk <= known->latest.chunk) {
-    latest.put({frame, false});
+    latest.put({frame.part(), false});
     return true;
   }
-  known->latest = frame;
+  known->latest = frame.part();
   if (std::exchange(known->is_whole, false)) lose(frame.id, chunk_text(frame) + " after its end");
   return false;
 }
@@ -54,7 +54,7 @@ bool LossDetector::extends_run(const Frame& frame) {
   const bool continues = run == Run::one_signal && frame.is_alike(running) && frame.chunk == running.chunk + 1;
   if (!begins && !continues) return false;
   run = Run::one_signal;
-  running = frame;
+  running = frame.part();
   return true;
 }
 
