@@ -47,7 +47,6 @@ void add_wait(CLI::App& command, JobOptions& options) {
       "--wait", options.wait, "Wait until the jobs have ended, as systemctl does;\nwithout it they are only queued");
   command.add_option("--timeout", options.timeout, "How long --wait waits; after that, status 124")
       ->transform(whole_number(0, 1'000'000))
-      ->type_name("SECONDS")
       ->option_text("SECONDS=" + std::to_string(options.timeout))
       ->needs(wait);
 }

@@ -17,7 +17,8 @@ struct SignalPart {
   std::uint16_t total_size = 0;
   std::uint16_t chunk = 0;
 
-  bool is_alike(const SignalPart& other) const { return id == other.id && total_size == other.total_size; }
+  /// Whether both may be parts of the same signal.
+  bool has_signal_of(const SignalPart& other) const { return id == other.id && total_size == other.total_size; }
 };
 
 /// "chunk 3 after 1", or "chunk 3 again"

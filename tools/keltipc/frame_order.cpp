@@ -30,7 +30,7 @@ std::string FrameOrder::check(const Frame& frame) {
   const SignalPart before = last.value_or(SignalPart{});
   const bool may_continue = is_within || (last && frame.chunk != 0 && frame.chunk == before.chunk);
   last = frame.part();
-  if (may_continue && frame.is_alike(before)) return check_next_chunk(frame.chunk, before.chunk);
+  if (may_continue && frame.has_signal_of(before)) return check_next_chunk(frame.chunk, before.chunk);
   if (!is_within) return frame.chunk == 0 ? "" : "gap: begins with chunk " + std::to_string(frame.chunk);
   if (frame.id != before.id) return "within signal " + to_hex(before.id);
   return "total size " + std::to_string(frame.total_size) + " after " + std::to_string(before.total_size);

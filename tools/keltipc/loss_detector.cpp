@@ -39,7 +39,7 @@ void LossDetector::cut_off(const char* reason) {
 /// Returns whether the frame begins a signal.
 bool LossDetector::note_chunk(const Frame& frame) {
   LatestSignals::Signal* const known = latest.find(frame.id);
-  if (known == nullptr || !frame.is_alike(known->latest) || frame.chunk <= known->latest.chunk) {
+  if (known == nullptr || !frame.has_signal_of(known->latest) || frame.chunk <= known->latest.chunk) {
     latest.put({frame.part(), false});
     return true;
   }
@@ -51,7 +51,7 @@ bool LossDetector::note_chunk(const Frame& frame) {
 /// Returns whether the frames of the run, and this one, are the first chunks of one signal.
 bool LossDetector::extends_run(const Frame& frame) {
   const bool begins = run == Run::empty && frame.chunk == 0;
-  const bool continues = run == Run::one_signal && frame.is_alike(running) && frame.chunk == running.chunk + 1;
+  const bool continues = run == Run::one_signal && frame.has_signal_of(running) && frame.chunk == running.chunk + 1;
   if (!begins && !continues) return false;
   run = Run::one_signal;
   running = frame.part();

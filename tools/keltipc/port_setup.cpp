@@ -57,9 +57,14 @@ Descriptor open_device(const std::string& device, int access, unsigned int secon
   }
 }
 
+bool refuses_size(int error) { return error == EMSGSIZE || error == EINVAL; }
+
+std::string device_error(int error) {
+  return std::strerror(error) + std::string(refuses_size(error) ? " (is --frame right?)" : "");
+}
+
 void set_up_logging(int log_level, std::function<void(int level)> on_line) {
   namespace logging = ecu::vorn::logging;
-  constexpr int notice_level = 5;
   logging::set_log_level(std::max(log_level, notice_level));
   // The level alone does not hold back warnings and what is above them.
   logging::set_sink(

@@ -28,7 +28,6 @@ using std::chrono::seconds;
 constexpr milliseconds between_looks(1000);
 constexpr milliseconds between_attempts(100);
 constexpr milliseconds time_to_finish(1000);
-constexpr const char* hint_at_size = " (is --frame right?)";
 constexpr short hang_up = POLLHUP | POLLERR | POLLNVAL;
 
 void refuse_same_device(int device, const std::string& path) {
@@ -39,8 +38,6 @@ void refuse_same_device(int device, const std::string& path) {
     throw InputError(path, "this is the device that is read");
   }
 }
-
-bool refuses_size(int error) { return error == EMSGSIZE || error == EINVAL; }
 
 }  // namespace
 
@@ -106,17 +103,17 @@ std::optional<Outcome> Receiver::read_message() {
   }
   // Another reader may have been faster.
   if (got < 0 && (errno == EINTR || (errno == EAGAIN && !has_hung_up))) return std::nullopt;
-  const std::string error = std::strerror(errno) + std::string(refuses_size(errno) ? hint_at_size : "");
+  const std::string error = device_error(errno);
   return lose(port, got == 0 || port.has_hung_up() ? "has hung up" : "has a read error: " + error);
 }
 
 std::optional<Outcome> Receiver::pass_on() {
   if (!tee->port.is_open()) return std::nullopt;
   const int error = tee->advance();
-  const std::string reason = std::strerror(error);
+  const std::string reason = device_error(error);
   if (refuses_size(error)) {
     return Outcome{exit_failed, quote(receive_options.tee) + " refused a message of " + std::to_string(message_size) +
-                                    " bytes: " + reason + hint_at_size};
+                                    " bytes: " + reason};
   }
   if (error != 0) return lose(tee->port, tee->port.has_hung_up() ? "has hung up" : "has a write error: " + reason);
   return tee->is_busy() ? std::nullopt : take_message();

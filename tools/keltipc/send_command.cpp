@@ -1,10 +1,10 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -96,18 +96,13 @@ std::vector<Outgoing> read_arguments(const SendOptions& options) {
   return result;
 }
 
-bool is_regular_file(const Descriptor& file) {
-  struct stat record {};
-  return ::fstat(file.get(), &record) == 0 && S_ISREG(record.st_mode);
-}
-
 /// The lines to send: a log, or standard input.
 struct Input {
   std::string path;
   InputLines::Kind kind;
   Parser parser;  ///< to be copied for each pass: that of a log remembers the lines before
   Descriptor file = open_input(path);
-  bool is_regular = path != standard_input && is_regular_file(file);  ///< can be read twice
+  bool is_regular = path != standard_input && std::filesystem::is_regular_file(path);  ///< can be read twice
 
   InputLines lines() const { return {file.get(), path, kind}; }
 };

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -67,8 +66,6 @@ Sender::Transmit Sender::open_writer() const {
 /// While it transmits, the writer logs errors only when its port has gone and it opens it again, and a notice once it
 /// has: no signal is being sent in between.
 void Sender::note_reopening(int level) {
-  constexpr int error_level = 3;
-  constexpr int notice_level = 5;
   if (level <= error_level) {
     was_reopened = true;
     stop.end();
@@ -126,15 +123,11 @@ void Sender::transmit_checked(const IpcSignal& signal) {
   const bool has_port = transmit(signal);
   const int error = errno;
   if (!has_port) throw std::runtime_error(quote(device) + " has gone: " + name + " was not sent");
-  if (error != 0 && !was_reopened) refuse(error);
+  if (error != 0 && !was_reopened) {
+    throw std::runtime_error("the device refused " + name + ": " + device_error(error));
+  }
   stop.end();
   if (was_reopened) room = try_to_open_device(device, O_WRONLY);
-}
-
-void Sender::refuse(int error) const {
-  const bool is_wrong_size = error == EMSGSIZE || error == EINVAL;
-  throw std::runtime_error("the device refused " + name + ": " + std::strerror(error) +
-                           (is_wrong_size ? " (is --frame right?)" : ""));
 }
 
 }  // namespace keltipc

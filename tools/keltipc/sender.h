@@ -50,7 +50,6 @@ class Sender {
   void note_reopening(int level);
   void wait_for_room() const;
   void transmit_checked(const ecu::vorn::ipc::IpcSignal& signal);
-  [[noreturn]] void refuse(int error) const;
 
   std::string device;
   Pace pace;

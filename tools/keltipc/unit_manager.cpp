@@ -6,6 +6,7 @@
 
 #include "logging/logging.h"
 #include "output.h"
+#include "port_setup.h"
 #include "say.h"
 
 namespace keltipc {
@@ -13,7 +14,6 @@ namespace {
 
 namespace logging = ecu::vorn::logging;
 
-constexpr int error_level = 3;
 const std::string manager = "org.freedesktop.systemd1";
 
 constexpr std::size_t longest_name = 255;
