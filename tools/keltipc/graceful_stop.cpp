@@ -22,23 +22,19 @@ void end_at_next(const sigset_t& signals) {
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-}  // namespace
-
-struct GracefulStop::State {
-  const sigset_t signals = stop_signals();
+/// What the thread and the one that sends share.
+struct State {
   std::mutex mutex;
   std::string name;  ///< of the signal that is being sent; empty between signals
   int stop = 0;      ///< the stop signal that has come
 };
 
-GracefulStop::GracefulStop() : state(std::make_shared<State>()) {
-  ::pthread_sigmask(SIG_BLOCK, &state->signals, nullptr);
-  std::thread([state = state] { wait_for_stop(*state); }).detach();
-}
+State& state = *new State;  ///< Never deleted: the thread still uses it while the process ends.
 
-void GracefulStop::wait_for_stop(State& state) {
+void wait_for_stop() {
+  const sigset_t signals = stop_signals();
   int signal = 0;
-  while (::sigwait(&state.signals, &signal) != 0) continue;
+  while (::sigwait(&signals, &signal) != 0) continue;
   std::string name;
   {
     const std::lock_guard<std::mutex> lock(state.mutex);
@@ -46,22 +42,30 @@ void GracefulStop::wait_for_stop(State& state) {
     name = state.name;
     if (name.empty()) end_by_signal(signal);
   }
-  end_at_next(state.signals);
+  end_at_next(signals);
   say("finishing " + name + "; a second stop signal ends at once");
   std::this_thread::sleep_for(longest_finish - same_request);
   say("gave up in the middle of " + name);
   end_by_signal(signal);
 }
 
-void GracefulStop::begin(const std::string& name) {
-  const std::lock_guard<std::mutex> lock(state->mutex);
-  state->name = name;
+}  // namespace
+
+void stop_gracefully() {
+  const sigset_t signals = stop_signals();
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread(wait_for_stop).detach();
 }
 
-void GracefulStop::end() {
-  const std::lock_guard<std::mutex> lock(state->mutex);
-  state->name.clear();
-  if (state->stop != 0) end_by_signal(state->stop);
+void begin_signal(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(state.mutex);
+  state.name = name;
+}
+
+void end_signal() {
+  const std::lock_guard<std::mutex> lock(state.mutex);
+  state.name.clear();
+  if (state.stop != 0) end_by_signal(state.stop);
 }
 
 }  // namespace keltipc

@@ -150,7 +150,7 @@ void send_lines(const Input& input, Sender& sender) {
 }  // namespace
 
 int send_signals(const SendOptions& options) {
-  GracefulStop stop;
+  stop_gracefully();
   require_device(options.device);
   require_something_to_send(options);
   const std::vector<Outgoing> opening = opening_frame(options);
@@ -162,7 +162,7 @@ int send_signals(const SendOptions& options) {
   // it. So wait for the device here, as --wait says; this descriptor is closed again before the writer opens its own.
   if (!open_device(options.device, O_WRONLY, options.port.wait)) return exit_timed_out;
   Sender sender(options.device, options.port.frame, {milliseconds(options.gap), milliseconds(options.interval)},
-                options.port.log_level, stop);
+                options.port.log_level);
   for (const Outgoing& outgoing : opening) sender.send(outgoing);
   for (unsigned int round = 0; round < options.repeat; ++round) {
     for (const Outgoing& outgoing : signals) sender.send(outgoing);

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "escape.h"
+#include "graceful_stop.h"
 #include "hex.h"
 #include "ipc/queue_port_writer.h"
 #include "port_setup.h"
@@ -48,9 +49,8 @@ constexpr std::chrono::seconds long_wait(10);
 
 }  // namespace
 
-Sender::Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level,
-               GracefulStop& graceful_stop)
-    : device(device_path), pace(its_pace), stop(graceful_stop), room(-1) {
+Sender::Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level)
+    : device(device_path), pace(its_pace), room(-1) {
   set_up_logging(log_level, [this](int level) { note_reopening(level); });
   with_payload_size(frame_size, [this](auto n) { transmit = open_writer<n>(); });
   room = try_to_open_device(device, O_WRONLY);
@@ -68,9 +68,9 @@ Sender::Transmit Sender::open_writer() const {
 void Sender::note_reopening(int level) {
   if (level <= error_level) {
     was_reopened = true;
-    stop.end();
+    end_signal();
   } else if (level == notice_level) {
-    stop.begin(name);
+    begin_signal(name);
   }
 }
 
@@ -118,7 +118,7 @@ void Sender::transmit_checked(const IpcSignal& signal) {
   name = "signal " + to_hex(signal.signal_id);
   was_reopened = false;
   wait_for_room();
-  stop.begin(name);
+  begin_signal(name);
   errno = 0;
   const bool has_port = transmit(signal);
   const int error = errno;
@@ -126,7 +126,7 @@ void Sender::transmit_checked(const IpcSignal& signal) {
   if (error != 0 && !was_reopened) {
     throw std::runtime_error("the device refused " + name + ": " + device_error(error));
   }
-  stop.end();
+  end_signal();
   if (was_reopened) room = try_to_open_device(device, O_WRONLY);
 }
 

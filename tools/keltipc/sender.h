@@ -5,7 +5,6 @@
 #include <string>
 
 #include "descriptor.h"
-#include "graceful_stop.h"
 #include "ipc/ipc_signal.h"
 #include "logging/logging.h"
 
@@ -28,8 +27,7 @@ struct Pace {
 class Sender {
  public:
   /// Opens the port. `log_level`: see set_up_logging. Throws std::runtime_error if the port cannot be opened.
-  Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level,
-         GracefulStop& graceful_stop);
+  Sender(const std::string& device_path, unsigned int frame_size, const Pace& its_pace, int log_level);
   ~Sender() { ecu::vorn::logging::set_sink({}); }
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
@@ -53,7 +51,6 @@ class Sender {
 
   std::string device;
   Pace pace;
-  GracefulStop& stop;
   Transmit transmit;
   Descriptor room;   ///< polled before each signal, because the writer's own is private; none if only one can be open
   std::string name;  ///< of the latest signal, for messages
