@@ -11,8 +11,8 @@ namespace ecu::vorn::ipc {
 
 /// The sending end of a queuing port with frames of N payload bytes. The port determines N: 8, 24 or 4088.
 ///
-/// Only one thread at a time may send to a port, with one writer or with several, or the frames of two signals mix on it.
-/// Writers on different ports are independent. Logs to the module "ipc.queuewriter". Throws nothing of its own.
+/// Only one thread at a time may send to a port, with one writer or with several, or the frames of two signals mix on
+/// it. Writers on different ports are independent. Logs to the module "ipc.queuewriter". Throws nothing of its own.
 template <std::size_t N, typename Frame = signal_t_dyn<N>>
 class KELTIPC_EXPORT QueuePortWriter {
   static_assert(is_frame_payload_size(N), "QueuePortWriter exists for 8, 24 and 4088 payload bytes a frame");
