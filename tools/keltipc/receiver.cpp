@@ -197,7 +197,8 @@ void Receiver::finish_message(Outcome& outcome) {
   tee->finish_within(time_to_finish);
   if (tee->is_busy()) {
     outcome.sentence += (outcome.sentence.empty() ? "" : "; ") +
-                        std::string("the last message was not passed on to ") + quote(receive_options.tee);
+                        std::string("the last message was neither printed nor passed on to ") +
+                        quote(receive_options.tee);
   } else {
     take_message();
   }

@@ -8,6 +8,7 @@
 
 #include "clock.h"
 #include "commands.h"
+#include "counted.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "input_error.h"
@@ -84,9 +85,9 @@ class WatchTable : public Receiver {
   std::string head() const {
     const Reception::Counts& count = reception.counts();
     std::array<char, 160> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), ": %llu frames, %.1f/s; %llu signals, %.1f/s",
-                  static_cast<unsigned long long>(count.frames), frame_rate,
-                  static_cast<unsigned long long>(count.signals), table.rate());
+    std::snprintf(numbers.data(), numbers.size(), ": %s, %.1f/s; %s, %.1f/s",
+                  counted(count.frames, "frame", "frames").c_str(), frame_rate,
+                  counted(count.signals, "signal", "signals").c_str(), table.rate());
     return quote(source.device) + numbers.data();
   }
 
@@ -94,7 +95,7 @@ class WatchTable : public Receiver {
     const Reception::Counts& count = reception.counts();
     if (count.frames != 0 && count.starts == 0) return "no start frame came";
     const std::string faults = reception.faults();
-    return faults.empty() ? "nothing lost" : "lost or wrong: " + faults;
+    return faults.empty() ? "no loss noticed" : "lost or wrong: " + faults;
   }
 
   void close_interval() {
