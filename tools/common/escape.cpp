@@ -84,6 +84,21 @@ std::string quote(std::string_view text) {
   return "'" + escape_text(text.substr(0, longest_quote)) + (is_long ? "...'" : "'");
 }
 
-std::string json_string(std::string_view text) { return '"' + escape(text, "\"\\", "\\u00") + '"'; }
+std::string json_string(std::string_view text) {
+  std::string quoted;
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return '"' + escape(quoted, "", "\\u00") + '"';
+}
+
+std::string json_object(JsonFields fields) {
+  std::string text;
+  for (const auto& [name, value] : fields) {
+    text += (text.empty() ? "{" : ",") + json_string(name) + ":" + json_string(value);
+  }
+  return text + "}";
+}
 
 }  // namespace keltipc

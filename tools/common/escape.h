@@ -1,8 +1,10 @@
 #pragma once
 
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// Names that come from outside, made safe for a line, a terminal and a JSON parser. Whole UTF-8 characters pass;
 /// control characters (C1 ones included) and bytes that are not UTF-8 do not.
@@ -29,5 +31,9 @@ std::string quote(std::string_view text);
 ///
 ///     say "a\n" -> "say \"a\u000a\""
 std::string json_string(std::string_view text);
+
+/// Names and values of strings: {{"unit", "a.service"}, {"state", "active"}} -> {"unit":"a.service","state":"active"}
+using JsonFields = std::initializer_list<std::pair<const char*, std::string>>;
+std::string json_object(JsonFields fields);
 
 }  // namespace keltipc

@@ -5,6 +5,8 @@
 
 #include <chrono>
 
+#include "signal_handler.h"
+
 namespace keltipc {
 
 /// A stop signal that comes within this time after another is not a second request: timeout(1) sends its signal to
@@ -22,15 +24,11 @@ inline sigset_t stop_signals() {
   return signals;
 }
 
-/// From here on `handler` is called for each of them. Deliberate: without SA_RESTART, because a write(2) that waits
-/// must return.
+/// From here on `handler` is called for each of them.
 inline void handle_stop_signals(void (*handler)(int)) {
   const sigset_t signals = stop_signals();
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_mask = signals;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    if (::sigismember(&signals, signal) == 1) ::sigaction(signal, &action, nullptr);
+    if (::sigismember(&signals, signal) == 1) handle_signal(signal, handler, signals);
   }
 }
 

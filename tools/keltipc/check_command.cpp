@@ -4,37 +4,34 @@
 #include <set>
 #include <thread>
 
-#include "check_port.h"
+#include "checked_port.h"
+#include "frame.h"
 #include "input_error.h"
 #include "ipc/signal_frame.h"
-#include "signal_text.h"
+#include "signal_handler.h"
 
 namespace keltipc {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::this_thread::sleep_for;
 
-/// Says which other processes have the device open, simulators left out, and whether this user can see all processes.
+/// Names the other processes that have the device open, simulators left out, and says if this user cannot see all.
 void name_users(const std::string& device, dev_t number) {
+  std::set<std::string> seen{std::to_string(::getpid())};
   glob_t files{};
   ::glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, nullptr, &files);
-  std::set<std::string> users;
   for (std::size_t i = 0; i < files.gl_pathc; ++i) {
-    struct stat used {};
     const std::string path = files.gl_pathv[i];
+    const std::string user = path.substr(6, path.find("/fd/") - 6);
+    struct stat used {};
     if (::stat(path.c_str(), &used) != 0 || !S_ISCHR(used.st_mode) || used.st_rdev != number) continue;
-    users.insert(path.substr(6, path.find("/fd/") - 6));
-  }
-  ::globfree(&files);
-  users.erase(std::to_string(::getpid()));
-  for (const std::string& user : users) {
     std::string name;
     std::getline(std::ifstream("/proc/" + user + "/comm"), name);
-    if (name.find("portsim") != std::string::npos) continue;
+    if (!seen.insert(user).second || name.find("portsim") != std::string::npos) continue;
     say("warning: process " + user + " (" + escape_word(name) + ") has " + quote(device) + " open too");
   }
+  ::globfree(&files);
   // Who may not look at the first process sees only some.
   if (::access("/proc/1/root", F_OK) == 0) return;
   say("warning: only root can see which processes of other users have " + quote(device) + " open");
@@ -43,105 +40,106 @@ void name_users(const std::string& device, dev_t number) {
 struct PortCheck : CheckedPort {
   using CheckedPort::CheckedPort;
 
-  int run() {
-    CannotGoOn end{"two messages did not wait at once"};
-    try {
-      try_rows();
-    } catch (const InputError&) {
-      table.answer("character device", false, "no");
-      end.reason = "not a character device";
-    } catch (const CannotGoOn& reason) {
-      end = reason;
-    }
-    answer_sizes();
-    return !table.end(end.reason) && end.status == exit_done ? exit_failed : end.status;
-  }
-
   void try_rows() {
-    const bool only_sends = !options.send.empty();
-    only_sends ? open_to_write() : open_to_read();
+    options.send.empty() ? open_to_read() : open_to_write();
     table.answer("character device", true, "yes");
-    table.answer("link count", status().st_nlink != 0, std::to_string(status().st_nlink));
-    table.answer("other names", status().st_nlink < 2, status().st_nlink < 2 ? "none" : "yes");
-    name_users(options.device, status().st_rdev);
-    if (!only_sends) say("warning: messages that are read now do not reach the application");
+    const struct stat node = status();
+    table.answer("link count", node.st_nlink != 0, std::to_string(node.st_nlink));
+    table.answer("other names", node.st_nlink < 2, node.st_nlink < 2 ? "none" : "yes");
+    name_users(options.device, node.st_rdev);
+    if (reader) say("warning: messages that are read now do not reach the application");
     if (!options.receive) say("warning: no frame is harmless: a receiver that runs takes these for signals");
     if (reader) try_silence();
     try_second_open();
     if (options.loop_back) open_to_write();
     if (reader) try_messages();
-    for (int i = 0; only_sends && i < 3; ++i) write_frame();
-    if (reader) try_other_reads();
+    for (int i = 0; !reader && i < 3; ++i) write_frame();
     if (options.loop_back) try_other_writes();
     if (options.removal) try_removal();
   }
 
-  void answer_sizes() {
-    const std::string size = std::to_string(frame_size) + " bytes";
-    if (received != 0) table.answer(reading, true, "longest " + us_text(longest_read));
-    if (received != 0) table.answer("size of a read", true, size);
-    if (sent != 0) table.answer("size of a write", true, size);
+  void open_to_read() { reader = open("open for receiving", O_RDONLY); }
+  void open_to_write() { writer = open("open for sending", O_WRONLY | O_SYNC); }
+
+  /// What did not differ until the end holds. Returns the exit status.
+  int end(const Outcome& outcome) {
+    if (received != 0) table.answer("read after poll", true, "longest " + us_text(longest_read));
+    if (received != 0) table.answer("size of a read", true, std::to_string(options.port.frame) + " bytes");
+    if (sent != 0) table.answer("size of a write", true, std::to_string(options.port.frame) + " bytes");
+    return std::max<int>(outcome.status, table.end(outcome.sentence) ? exit_done : exit_failed);
+  }
+
+  void read_what_waits() {
+    for (unsigned int i = 0; i < options.depth_limit && is_readable(0); ++i) read_frame();
   }
 
   void try_silence() {
-    while (received < options.depth_limit && is_readable(0)) read_frame();
+    read_what_waits();
     table.answer("messages at the start", true, std::to_string(received) + at_most);
-    for (const auto end = Clock::now() + seconds(5); Clock::now() < end; read_frame()) {
+    for (const auto end = steady_now() + seconds(5); steady_now() < end; read_frame()) {
       if (!is_readable(300)) return table.answer("poll in silence", true, "0 after 300 ms");
     }
     table.answer("poll in silence", false, "never 0 in 5 s");
-    if (options.loop_back) throw CannotGoOn{"the port is never quiet"};
+    if (options.loop_back) throw Outcome{exit_failed, "the port is never quiet"};
   }
 
   void try_second_open() {
-    const bool is_allowed = static_cast<bool>(open_again());
-    table.answer("second open", is_allowed, is_allowed ? "allowed" : call_text);
-    if (!is_allowed && options.loop_back) throw CannotGoOn{"a second open is refused"};
+    Descriptor second(-1);
+    call([&] { return (second = try_to_open_device(options.device, reader ? O_RDONLY : O_WRONLY)).get(); });
+    table.answer("second open", static_cast<bool>(second), second ? "allowed" : result);
+    if (!second && options.loop_back) throw Outcome{exit_failed, "a second open is refused"};
+    if (!second || !reader) return table.answer("O_NONBLOCK", not_tried, "a second open is refused");
+    if (is_readable(0)) return table.answer("O_NONBLOCK", not_tried, "messages wait");
+    read(second, options.port.frame);
+    table.answer("O_NONBLOCK", has_returned, "read: " + result);
   }
 
   /// A signal of one frame. The payload of the first is line ends, for which a terminal may wait.
   std::string make_frame(std::size_t number) const {
-    std::string bytes(frame_size, static_cast<char>(number + '\n'));
-    const ecu::vorn::ipc::signal_t_dyn<8> header{identifier, 0, static_cast<std::uint16_t>(frame_size - 8), {}};
-    std::memcpy(bytes.data(), &header, 8);
-    return bytes;
+    const std::string payload(options.port.frame - header_size, static_cast<char>(number + '\n'));
+    const ecu::vorn::ipc::signal_t_dyn<8> frame{identifier, 0, static_cast<std::uint16_t>(payload.size()), {}};
+    return std::string(reinterpret_cast<const char*>(&frame), header_size) + payload;
   }
 
   void write_frame() {
-    if (!write(make_frame(sent++))) differs("size of a write", call_text);
-  }
-
-  /// In loop-back, where the port may hold one message only.
-  void write_two() {
-    write_frame();
-    if (write(make_frame(sent))) ++sent;
+    if (!write(make_frame(sent++))) differs("size of a write", result);
   }
 
   /// Reads the next message, which in loop-back is the first one on the way.
   void take_frame() {
     if (!is_readable(options.idle)) {
       table.answer("what comes back", false, received == 0 ? "nothing" : "a frame is missing");
-      throw CannotGoOn{"nothing came within --idle", received == 0 ? exit_timed_out : exit_done};
+      throw Outcome{received == 0 ? exit_timed_out : exit_failed, "nothing came within --idle"};
     }
-    const bool is_same = read_frame() == make_frame(taken++);
-    if (writer && !is_same) differs("what comes back", "another frame");
+    if (read_frame() != make_frame(taken++) && writer) differs("what comes back", "another frame");
   }
 
   void try_messages() {
-    if (writer) write_frame();
-    take_frame();
-    if (writer) ::fcntl(writer.get(), F_SETFL, O_NONBLOCK);  // From here on, a write fails if it would wait.
     try_two();
     while (taken < sent) take_frame();
     options.receive ? try_rate() : try_delay();
     table.answer("what comes back", true, std::to_string(taken) + " frames");
+    // Last, because it may cut a message.
+    if (!let_two_wait()) return;
+    const bool is_long = read(reader, std::size_t{2} * options.port.frame).size() > options.port.frame;
+    const bool has_ended = has_returned;
+    const std::string measured = result;
+    if (is_long || !has_ended || is_readable(0)) table.answer("read of twice the size", has_ended, measured);
   }
 
-  /// Messages wait while nobody reads: for longer each time, because it is up to the sender when two do.
+  /// In loop-back writes two, of which the port may take one only; else gives others the time to write. Returns
+  /// whether a message waits.
+  bool let_two_wait() {
+    if (writer) write_frame();
+    if (writer && write(make_frame(sent))) ++sent;
+    sleep_for(pause);
+    return is_readable(0);
+  }
+
+  /// Pauses for longer each time, because it is up to the sender when two wait.
   void try_two() {
     for (; pause.count() <= options.idle; pause *= 2) {
-      if (writer) write_two();
-      sleep_for(pause);
+      let_two_wait();
       take_frame();
       if (!is_readable(0)) continue;
       take_frame();
@@ -150,89 +148,70 @@ struct PortCheck : CheckedPort {
   }
 
   void try_rate() {
+    read_what_waits();
     const unsigned int before = received;
-    for (const auto end = Clock::now() + seconds(1); Clock::now() < end;) {
+    for (const auto end = steady_now() + seconds(1); steady_now() < end;) {
       if (is_readable(100)) read_frame();
     }
     table.answer("messages a second", true, std::to_string(received - before));
   }
 
   void try_delay() {
-    std::vector<Clock::duration> delays(100);
-    for (Clock::duration& delay : delays) {
-      const auto begin = Clock::now();
+    std::multiset<std::chrono::microseconds> delays;
+    while (delays.size() < 100) {
+      const auto begin = steady_now();
       write_frame();
       take_frame();
-      delay = Clock::now() - begin;
+      delays.insert(steady_now() - begin);
     }
-    std::sort(delays.begin(), delays.end());
-    table.answer("delay", true, us_text(delays[49]) + ", 99 %: " + us_text(delays[98]));
-  }
-
-  /// What may cut a message comes last.
-  void try_other_reads() {
-    const Descriptor second = open_again();
-    if (second && !is_readable(0)) {
-      read("O_NONBLOCK", second, frame_size);
-      table.answer("O_NONBLOCK", true, "read: " + call_text);
-    }
-    table.answer("O_NONBLOCK", not_tried, second ? "messages wait" : "a second open is refused");
-    if (writer) write_two();
-    sleep_for(pause);
-    if (!is_readable(0)) return;
-    const std::size_t got = read("read of twice the size", reader, 2 * frame_size).size();
-    if (got > frame_size || is_readable(0))
-      table.answer("read of twice the size", true, std::to_string(got) + " bytes");
+    table.answer("delay", true, us_text(*std::next(delays.begin(), 49)) + ", 99 %: " + us_text(*++delays.rbegin()));
   }
 
   /// Reads until the port is quiet for longer than keltipc-portsim waits for the rest of a message. Returns the
   /// number of bytes.
   std::size_t read_all() {
     std::size_t total = 0;
-    for (unsigned int i = 0; i < 2 * options.depth_limit && is_readable(1100); ++i) {
-      total += read(reading, reader, frame_size).size();
-    }
+    for (unsigned int i = 0; i < 2 * options.depth_limit && is_readable(1100); ++i) total += read_message().size();
     return total;
   }
 
   void try_write_of(const char* row, const std::string& bytes) {
     write(bytes);
-    const std::string result = call_text;
-    table.answer(row, true, result + ", " + std::to_string(read_all()) + " back");
+    const std::string written = result;
+    table.answer(row, true, written + ", " + std::to_string(read_all()) + " back");
   }
 
   void try_other_writes() {
     read_all();
-    try_write_of("write of half a frame", make_frame(0).substr(frame_size / 2));
+    try_write_of("write of half a frame", make_frame(0).substr(options.port.frame / 2));
     try_write_of("write of two frames", make_frame(0) + make_frame(1));
     unsigned int held = 0;
     while (held < options.depth_limit && write(make_frame(held))) ++held;
-    const std::size_t back = read_all() / frame_size;
+    const std::size_t back = read_all() / options.port.frame;
     table.answer("messages that it holds", back >= held,
                  std::to_string(held) + at_most + ", " + std::to_string(back) + " back");
   }
 
   void try_removal() {
     say("now remove the port: unbind its driver, or end the program that makes it");
-    const auto is_removed = [this] { return (reader && is_readable(0) && has_hung_up) || status().st_nlink == 0; };
-    for (const auto end = Clock::now() + seconds(options.port.wait); !is_removed(); sleep_for(milliseconds(100))) {
-      if (Clock::now() > end) throw CannotGoOn{"the port was not removed within --wait"};
+    const auto is_removed = [&] { return (reader && is_readable(0) && has_hung_up) || status().st_nlink == 0; };
+    for (const auto end = steady_now() + seconds(options.port.wait); !is_removed(); sleep_for(seconds(1))) {
+      if (steady_now() > end) throw Outcome{exit_done, "the port was not removed within --wait"};
     }
     sleep_for(seconds(1));  // The signs of it need not come at the same time.
     table.answer("removed: link count", status().st_nlink == 0, std::to_string(status().st_nlink));
     if (writer) write(make_frame(0));
-    table.answer("removed: write", true, call_text);
+    table.answer("removed: write", has_returned, result);
     const bool can_read = reader && is_readable(0);
     table.answer("removed: poll", has_hung_up, has_hung_up ? "a hang-up" : "no hang-up");
     if (!can_read) return table.answer("removed: read", not_tried, "poll(2) returns 0");
-    read("removed: read", reader, frame_size);
-    table.answer("removed: read", true, call_text);
+    read(reader, options.port.frame);
+    table.answer("removed: read", has_returned, result);
   }
 
   std::uint32_t identifier = options.send.empty() ? id_limit : parse_named(parse_frame_start_id, options.send);
-  std::size_t frame_size = options.port.frame;
   std::string at_most = " of at most " + std::to_string(options.depth_limit);
-  milliseconds pause{100};
+  std::chrono::milliseconds pause{100};
   std::size_t sent = 0;   ///< frames written
   std::size_t taken = 0;  ///< of these, frames that came back
 };
@@ -240,10 +219,19 @@ struct PortCheck : CheckedPort {
 }  // namespace
 
 int check_port(const CheckOptions& options) {
-  if ((options.receive ? 1 : 0) + (options.loop_back ? 1 : 0) + (options.send.empty() ? 0 : 1) != 1) {
-    throw InputError("give one of --receive, --send ID and --loop-back");
+  const int modes = options.receive + options.loop_back + !options.send.empty();
+  if (modes != 1) throw InputError("give one of --receive, --send ID and --loop-back");
+  handle_signal(SIGALRM, [](int) {});
+  PortCheck check(options);
+  try {
+    check.try_rows();
+    return check.end({exit_done, "two messages did not wait at once"});
+  } catch (const InputError&) {
+    check.table.answer("character device", false, "no");
+    return check.end({exit_failed, "not a character device"});
+  } catch (const Outcome& outcome) {
+    return check.end(outcome);
   }
-  return PortCheck(options).run();
 }
 
 }  // namespace keltipc

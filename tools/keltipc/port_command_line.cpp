@@ -17,14 +17,26 @@ auto not_empty(const char* complaint) {
 constexpr unsigned int million = 1'000'000;
 constexpr unsigned int billion = 1'000'000'000;
 
+CLI::Option* add_device(CLI::App& command, std::string& device, const char* help) {
+  return command.add_option("DEVICE", device, help)
+      ->required()
+      ->check(not_empty("no device is named"))
+      ->option_text(" ");
+}
+
+/// A number from `least` to a million, with its default in the help.
+void add_limit(CLI::App& command, const char* name, const char* unit, unsigned int& value, unsigned int least,
+               const char* help) {
+  add_number(command, name, unit, value, whole_number(least, million), help)->capture_default_str();
+}
+
 void add_port_options(CLI::App& command, PortOptions& options) {
   command.add_option("--frame", options.frame, "Size of the port's frames: 16, 32 or 4096 bytes")
       ->check(frame_size())
       ->type_name("BYTES")
       ->capture_default_str();
-  add_number(command, "--wait", "SECONDS", options.wait, whole_number(0, million),
-             "Retry that long if the device cannot be opened;\nafter that, status 124")
-      ->capture_default_str();
+  add_limit(command, "--wait", "SECONDS", options.wait, 0,
+            "Retry that long if the device cannot be opened;\nafter that, status 124");
 }
 
 void add_log_level(CLI::App& command, PortOptions& options) {
@@ -70,7 +82,7 @@ CLI::Option* add_pace(CLI::App& command, SendOptions& options) {
 }
 
 void declare_send(CLI::App& command, SendOptions& options) {
-  command.add_option("DEVICE", options.device, "The port's device")->required()->option_text(" ");
+  add_device(command, options.device, "The port's device");
   const auto signals =
       command.add_option("SIGNAL", options.signals, "ID#HEX, ID#@FILE, or - for standard input")->option_text("...");
   command
@@ -103,11 +115,8 @@ void add_receive_options(CLI::App& command, ReceiveOptions& options) {
 }
 
 CLI::Option* add_source(CLI::App& command, ReceiveOptions& options) {
-  return command
-      .add_option("DEVICE", options.source,
-                  "The port's device. Filters may follow, see below:\nDEVICE[,ID:MASK][,ID~MASK]...")
-      ->required()
-      ->option_text(" ");
+  return add_device(command, options.source,
+                    "The port's device. Filters may follow, see below:\nDEVICE[,ID:MASK][,ID~MASK]...");
 }
 
 void declare_watch(CLI::App& command, ReceiveOptions& options) {
@@ -185,21 +194,14 @@ void declare_dump(CLI::App& command, DumpOptions& options) {
 }
 
 void declare_check(CLI::App& command, CheckOptions& options) {
-  command.add_option("DEVICE", options.device, "The port's device")
-      ->required()
-      ->check(not_empty("no device is named"))
-      ->option_text(" ");
+  add_device(command, options.device, "The port's device");
   command.add_flag("--receive", options.receive, "Read messages, which the application does not get");
   command.add_option("--send", options.send, "Write three signals of one frame each")->type_name("ID");
   command.add_flag("--loop-back", options.loop_back, "Both, on a port whose messages come back");
   command.add_flag("--removal", options.removal, "Then ask to remove the port, and look what is left");
   add_port_options(command, options.port);
-  add_number(command, "--idle", "MS", options.idle, whole_number(1, million),
-             "Wait that long for a message, else status 124")
-      ->capture_default_str();
-  add_number(command, "--depth-limit", "COUNT", options.depth_limit, whole_number(1, million),
-             "Write at most COUNT messages to fill the port")
-      ->capture_default_str();
+  add_limit(command, "--idle", "MS", options.idle, 1, "Wait that long for a message, else status 124");
+  add_limit(command, "--depth-limit", "COUNT", options.depth_limit, 1, "Fill the port with at most COUNT messages");
   command.add_flag("--json", options.json, "Print JSON, one object a row");
   command.footer(check_help);
 }

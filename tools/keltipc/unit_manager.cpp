@@ -120,8 +120,8 @@ std::string unit_name_fault(const std::string& unit) {
   return {};
 }
 
-void print_answer(bool json, const nlohmann::ordered_json& answer) {
-  print_line(json ? answer.dump() : answer.back().get<std::string>());
+void print_answer(bool json, JsonFields answer) {
+  print_line(json ? json_object(answer) : std::prev(answer.end())->second);
 }
 
 }  // namespace keltipc

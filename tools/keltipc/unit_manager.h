@@ -1,9 +1,9 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
+#include "escape.h"
 #include "ipc/systemd.h"
 
 namespace keltipc {
@@ -59,6 +59,6 @@ std::string target_unit(const std::string& name);
 std::string unit_name_fault(const std::string& unit);
 
 /// The value of the last field on a line, or with `json` the whole object: {"unit":"a.service","state":"active"}
-void print_answer(bool json, const nlohmann::ordered_json& answer);
+void print_answer(bool json, JsonFields answer);
 
 }  // namespace keltipc

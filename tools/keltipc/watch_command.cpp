@@ -13,6 +13,7 @@
 #include "exit_status.h"
 #include "input_error.h"
 #include "receiver.h"
+#include "signal_handler.h"
 #include "signal_table.h"
 
 namespace keltipc {
@@ -112,18 +113,11 @@ class WatchTable : public Receiver {
   double frame_rate = 0;
 };
 
-/// Without SA_RESTART, so that poll(2) returns and the table is drawn at once.
-void note_resizes() {
-  struct sigaction action {};
-  action.sa_handler = [](int) { must_clear = 1; };
-  ::sigaction(SIGWINCH, &action, nullptr);
-}
-
 }  // namespace
 
 int watch_signals(const ReceiveOptions& options) {
   if (::isatty(STDOUT_FILENO) != 1) throw InputError("standard output is not a terminal; use 'keltipc dump --stats'");
-  note_resizes();
+  handle_signal(SIGWINCH, [](int) { must_clear = 1; });
   return WatchTable(options).run();
 }
 
