@@ -33,15 +33,6 @@ std::string check_unit(std::string& name) {
 /// The name stays as it was typed.
 std::string check_target(std::string& name) { return refuse_unit(name, target_unit(name)); }
 
-CLI::App* add_unit_command(CLI::App& group, const char* name, const char* help, UnitOptions& options) {
-  CLI::App* const command = group.add_subcommand(name, help);
-  command->add_option("UNIT", options.units, "\"radio\" means radio.service")
-      ->required()
-      ->transform(CLI::Validator(check_unit, ""))
-      ->option_text("...");
-  return command;
-}
-
 void add_wait(CLI::App& command, JobOptions& options) {
   CLI::Option* const wait = command.add_flag(
       "--wait", options.wait, "Wait until the jobs have ended, as systemctl does;\nwithout it they are only queued");
@@ -62,18 +53,22 @@ void add_unit(CLI::App& app, Run& run) {
   group->footer(unit_help);
   const auto options = std::make_shared<UnitOptions>();
 
-  const auto add_query = [&](const char* name, const char* help, int (*query)(const UnitOptions&)) {
-    CLI::App* const command = add_unit_command(*group, name, help, *options);
-    add_json(*command, options->json);
-    command->callback([=, &run] { run = [=] { return query(*options); }; });
+  const auto add = [&](const char* name, const char* help, const auto& act) {
+    CLI::App* const command = group->add_subcommand(name, help);
+    command->add_option("UNIT", options->units, "\"radio\" means radio.service")
+        ->required()
+        ->transform(CLI::Validator(check_unit, ""))
+        ->option_text("...");
+    command->callback([=, &run] { run = [=] { return act(*options); }; });
+    return command;
   };
-  add_query("state", "Print active, inactive, activating, failed, ...", print_active_states);
-  add_query("install-state", "Print enabled, disabled, static, masked, ...", print_install_states);
+  add_json(*add("state", "Print active, inactive, activating, failed, ...", print_active_states), options->json);
+  add_json(*add("install-state", "Print enabled, disabled, static, masked, ...", print_install_states),
+           options->json);
 
   const auto add_action = [&](const char* name, const char* help, const UnitAction& action) {
-    CLI::App* const command = add_unit_command(*group, name, help, *options);
-    add_wait(*command, *options);
-    command->callback([=, &run] { run = [=] { return control_units(*options, action); }; });
+    const auto act = [action](const UnitOptions& chosen) { return control_units(chosen, action); };
+    add_wait(*add(name, help, act), *options);
   };
   using ecu::vorn::ipc::Systemd;
   add_action("start", "Start units", {&Systemd::start_unit, "started"});

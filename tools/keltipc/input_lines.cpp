@@ -84,11 +84,12 @@ bool InputLines::is_over() {
 /// False at the end.
 bool InputLines::read_more() {
   make_room();
-  while (!is_over()) {
+  while (!is_at_end && !is_over()) {
     const ssize_t got = ::read(fd, buffer.data() + filled, buffer.size() - filled);
     if (got >= 0) {
       filled += static_cast<std::size_t>(got);
-      return got != 0;
+      is_at_end = got == 0;
+      return !is_at_end;
     }
     if (errno != EAGAIN && errno != EINTR) throw FileError(input_name + " cannot be read: " + std::strerror(errno));
     // Another process that shares the descriptor made it non-blocking.

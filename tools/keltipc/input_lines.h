@@ -74,6 +74,7 @@ class InputLines {
   std::size_t number = 0;
   bool is_too_long = false;
   bool is_cut_off = false;
+  bool is_at_end = false;  ///< a terminal would let read(2) wait again
   bool was_ended = false;  ///< by `wait`
 };
 

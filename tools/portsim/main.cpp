@@ -27,6 +27,7 @@ using namespace keltipc;
 struct Options {
   SimulatedPort port{"", 16, 0};
   std::string backend = "auto";
+  std::string when_full = "block";
   QueueSettings queue;
   std::optional<std::uint32_t> seed;
 };
@@ -57,12 +58,7 @@ void add_port_options(CLI::App& app, Options& options) {
       ->type_name("OCTAL");
   add_number(app, "--depth", "COUNT", options.queue.depth, whole_number(1, 1'000'000), "How many messages it holds")
       ->capture_default_str();
-  app.add_option_function<std::string>(
-         "--when-full",
-         [&options](const std::string& word) {
-           options.queue.when_full = word == "drop" ? WhenFull::drop : WhenFull::block;
-         },
-         "block: writers wait; drop: new messages are lost")
+  app.add_option("--when-full", options.when_full, "block: writers wait; drop: new messages are lost")
       ->check(CLI::IsMember({"block", "drop"}))
       ->option_text("ACTION=block");
   add_number(app, "--trace", "COUNT", options.queue.trace, whole_number(0),
@@ -109,6 +105,7 @@ int run(Options options) {
   note_stop_signals();
   const bool needs_seed = options.queue.faults.are_random() && !options.seed;
   options.queue.faults.seed = needs_seed ? std::random_device{}() : options.seed.value_or(0);
+  options.queue.drops = options.when_full == "drop";
   MessageQueue queue(options.queue);
   const auto ready = [&](const char* kind) {
     say(escape_word(options.port.path) + " is a loop-back port with messages of " +

@@ -9,13 +9,11 @@
 
 namespace keltipc {
 
-enum class WhenFull { block, drop };
-
 /// How a port treats its messages; 0 turns off each way to misbehave.
 struct QueueSettings {
   std::size_t depth = 1024;  ///< how many messages it holds, at least one
-  WhenFull when_full = WhenFull::block;
-  std::size_t trace = 0;  ///< how many of the first messages are printed
+  bool drops = false;        ///< when it is full; else its writers wait
+  std::size_t trace = 0;     ///< how many of the first messages are printed
   FaultSettings faults;
   std::size_t hang_up_after = 0;  ///< after that many messages were read
   unsigned int delay_ms = 0;      ///< how long a message is kept from its readers
@@ -26,8 +24,8 @@ class MessageQueue {
  public:
   explicit MessageQueue(const QueueSettings& queue_settings);
 
-  /// Whether a message can be pushed now. A full queue that does not drop makes its writers wait.
-  bool accepts() const { return messages.size() < settings.depth || settings.when_full == WhenFull::drop; }
+  /// Whether a message can be pushed now.
+  bool accepts() const { return messages.size() < settings.depth || settings.drops; }
   /// A message that is pushed makes none, one or several for the readers: what faults add has room beyond the depth.
   void push(std::string message);
 
