@@ -17,7 +17,7 @@ std::string KeptPort::node_fault() const {
   struct stat now {};
   struct stat opened {};
   if (::stat(name.c_str(), &now) != 0 || ::fstat(device.get(), &opened) != 0) {
-    return errno == EIO ? std::string("read error: ") + std::strerror(errno) : "is gone";
+    return errno == EIO ? std::string("has a read error: ") + std::strerror(errno) : "is gone";
   }
   const bool is_same = now.st_dev == opened.st_dev && now.st_ino == opened.st_ino && now.st_rdev == opened.st_rdev;
   return is_same ? "" : "is gone";

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <sstream>
-#include <utility>
 
 #include "escape.h"
 #include "hex.h"

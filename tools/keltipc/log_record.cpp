@@ -1,6 +1,5 @@
 #include "log_record.h"
 
-#include <algorithm>
 #include <array>
 #include <cctype>
 #include <charconv>

@@ -23,8 +23,7 @@ std::string read_state(UnitManager& manager, const std::string& unit, const std:
 }
 
 /// `status_of` gives the exit status for the word of a unit that exists.
-template <typename StatusOf>
-int print_states(const UnitOptions& options, const std::string& property, const StatusOf& status_of) {
+int print_states(const UnitOptions& options, const std::string& property, int (*status_of)(const std::string&)) {
   UnitManager manager;
   int status = exit_done;
   for (const std::string& unit : options.units) {
@@ -41,13 +40,13 @@ int print_states(const UnitOptions& options, const std::string& property, const 
 }  // namespace
 
 int print_active_states(const UnitOptions& options) {
-  return print_states(options, "ActiveState", [](const std::string& state) {
+  return print_states(options, "ActiveState", [](const std::string& state) -> int {
     return state == "active" || state == "reloading" ? exit_done : exit_not_active;
   });
 }
 
 int print_install_states(const UnitOptions& options) {
-  return print_states(options, "UnitFileState", [](const std::string&) { return exit_done; });
+  return print_states(options, "UnitFileState", [](const std::string&) -> int { return exit_done; });
 }
 
 int control_units(const UnitOptions& options, const UnitAction& action) {

@@ -10,7 +10,6 @@
 #include "commands.h"
 #include "counted.h"
 #include "escape.h"
-#include "exit_status.h"
 #include "input_error.h"
 #include "receiver.h"
 #include "signal_handler.h"

@@ -11,7 +11,6 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
-#include <utility>
 
 #include "descriptor.h"
 #include "link.h"
