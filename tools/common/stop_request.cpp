@@ -51,13 +51,14 @@ int open_hung_up_pipe() {
   return ends[0];
 }
 
-/// A pipe that poll(2) reports as writable takes PIPE_BUF bytes.
-void write_without_waiting(std::string_view text) {
+/// A pipe that poll(2) reports as writable takes PIPE_BUF bytes. Returns 0 for all of `text`, else EINTR.
+int write_without_waiting(std::string_view text) {
   while (!text.empty() && poll_one(output, POLLOUT, 0) == POLLOUT) {
     const ssize_t done = ::write(output, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
-    if (done <= 0) return;
+    if (done <= 0) break;
     text.remove_prefix(static_cast<std::size_t>(done));
   }
+  return text.empty() ? 0 : EINTR;
 }
 
 }  // namespace
@@ -76,10 +77,7 @@ int stop_descriptor() { return hangs_up; }
 
 int write_output(std::string_view text) {
   while (!text.empty()) {
-    if (noted != 0) {
-      write_without_waiting(text);
-      return EINTR;
-    }
+    if (noted != 0) return write_without_waiting(text);
     const ssize_t done = ::write(STDOUT_FILENO, text.data(), text.size());
     if (done >= 0) {
       text.remove_prefix(static_cast<std::size_t>(done));

@@ -16,7 +16,7 @@ int stop_signal();
 int stop_descriptor();
 
 /// Writes all of `text` to standard output, and waits while nobody reads it; after a stop signal, writes what fits
-/// there without waiting. Returns 0, or the error number: EINTR after a stop signal.
+/// there without waiting. Returns 0, or the error number: EINTR for what does not fit after a stop signal.
 int write_output(std::string_view text);
 
 }  // namespace keltipc

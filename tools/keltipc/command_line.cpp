@@ -53,7 +53,7 @@ void add_unit(CLI::App& app, Run& run) {
   group->footer(unit_help);
   const auto options = std::make_shared<UnitOptions>();
 
-  const auto add = [&](const char* name, const char* help, const auto& act) {
+  const auto add = [&](const char* name, const char* help, auto act) {
     CLI::App* const command = group->add_subcommand(name, help);
     command->add_option("UNIT", options->units, "\"radio\" means radio.service")
         ->required()
