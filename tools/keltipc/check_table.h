@@ -41,7 +41,7 @@ inline constexpr CheckRow all_rows[] = {
     {reads, "read of twice the size", "", ""},
     {loop_back, "write of half a frame", "", ""},
     {loop_back, "write of two frames", "", ""},
-    {loop_back, "messages that it holds", "", "a full port drops messages without notice (docs/losses.md)"},
+    {loop_back, "messages that it holds", "", "messages are lost without notice when many wait (docs/losses.md)"},
     {any | removal, "removed: link count", "", "the writer does not notice: signals are lost (docs/losses.md)"},
     {writes | removal, "removed: write", "", "transmit_data hangs (docs/blocking.md)"},
     {reads | removal, "removed: poll", "", "the port only looks quiet (docs/receiving.md)"},

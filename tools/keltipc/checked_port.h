@@ -13,6 +13,9 @@
 
 namespace keltipc {
 
+/// Calls take microseconds, and a busy machine may delay them. What takes that much longer waits for something.
+constexpr std::chrono::seconds patience(5);
+
 /// "26 us"
 inline std::string us_text(std::chrono::microseconds time) { return std::to_string(time.count()) + " us"; }
 
@@ -31,7 +34,7 @@ struct CheckedPort {
     Descriptor port(-1);
     const auto begin = steady_now();
     call([&] { return (port = open_device(options.device, flags, options.port.wait, 0)).get(); }, options.port.wait);
-    table.answer(row, static_cast<bool>(port), has_returned ? us_text(steady_now() - begin) : result);
+    table.answer(row, static_cast<bool>(port), port ? us_text(steady_now() - begin) : result);
     if (!port) throw Outcome{exit_timed_out, "the device cannot be opened"};
     return port;
   }
@@ -65,7 +68,7 @@ struct CheckedPort {
     std::string bytes = read(reader, options.port.frame);
     longest_read = std::max(longest_read, steady_now() - begin);
     if (bytes.empty()) table.answer("poll in silence", false, "1, then a read: " + result);
-    if (!has_returned) differs("read after poll", result);
+    if (bytes.empty()) differs(has_returned ? "size of a read" : "read after poll", result);
     return bytes;
   }
 
@@ -81,13 +84,13 @@ struct CheckedPort {
     return call([&] { return ::write(writer.get(), bytes.data(), bytes.size()); }) == static_cast<long>(bytes.size());
   }
 
-  /// Calls take microseconds, and a busy machine may delay them. What takes five seconds longer waits for something,
-  /// and is interrupted.
+  /// Interrupts what takes too long.
   long call(const std::function<long()>& system_call, unsigned int expected_seconds = 0) {
-    ::alarm(expected_seconds + 5);
+    const auto begin = steady_now();
+    ::alarm(expected_seconds + static_cast<unsigned int>(patience.count()));
     const long value = system_call();
     ::alarm(0);
-    has_returned = value >= 0 || errno != EINTR;
+    has_returned = value >= 0 || errno != EINTR || steady_now() - begin < patience;
     const char* const error = !has_returned ? "does not return" : errno == EAGAIN ? "EAGAIN" : std::strerror(errno);
     result = value < 0 ? error : std::to_string(value) + " bytes";
     return value;

@@ -93,12 +93,12 @@ constexpr const char* unit_help =
     R"(start, stop, restart and reload take root or a polkit rule; see keltipc(1).
 
 Status: 0 done; 1 failed; 2 usage; 3 not active (state); 4 no such unit;
-124 timeout. With several units the worst: 1, 124, 4, 3, 0.)";
+124 timeout of --wait. With several units the worst: 1, 124, 4, 3, 0.)";
 
 constexpr const char* target_help =
     R"(Starting, stopping and isolating take root or a polkit rule; see keltipc(1).
 
 Status: 0 done, or yes; 1 failed; 2 usage; 3 not active (active), not stopped
-(stopped); 4 no such target; 124 timeout.)";
+(stopped); 4 no such target; 124 timeout of --wait.)";
 
 }  // namespace keltipc

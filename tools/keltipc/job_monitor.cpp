@@ -92,9 +92,13 @@ std::uint32_t JobMonitor::find_job(const std::string& unit_path) {
 }
 
 std::optional<std::string> JobMonitor::wait_for_result(std::uint32_t job) {
-  for (take_signals(); results.count(job) == 0; take_signals()) {
-    if (Clock::now() >= deadline) return std::nullopt;
-    checked(sd_bus_wait(bus.get(), microseconds_until(deadline)));
+  try {
+    for (take_signals(); results.count(job) == 0; take_signals()) {
+      if (Clock::now() >= deadline) return std::nullopt;
+      checked(sd_bus_wait(bus.get(), microseconds_until(deadline)));
+    }
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(std::string(error.what()) + "; the job may still run");
   }
   return results[job];
 }
