@@ -106,6 +106,7 @@ void set_json_signal(ecu::vorn::ipc::IpcSignal& signal, const nlohmann::json& ob
   signal.status = static_cast<std::uint8_t>(status);
   set_fields(signal, object.at("id").get_ref<Text>(), object.at("sampling_frame").get_ref<Text>(),
              object.at("data").get_ref<Text>());
+  if (object.value("length", signal.data.size()) != signal.data.size()) throw InputError("data has another length");
 }
 
 LogRecord parse_json_record(std::string_view line) {
