@@ -10,7 +10,7 @@
 
 namespace keltipc {
 
-/// "keltipc: SENTENCE", with the line's end. Begins with the name under which the tool was started.
+/// A line of the name under which the tool was started, and the sentence.
 inline std::string error_line(const std::string& sentence) {
   return std::string(program_invocation_short_name) + ": " + sentence + "\n";
 }

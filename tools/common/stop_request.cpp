@@ -23,7 +23,7 @@ volatile std::sig_atomic_t noted = 0;
 std::chrono::microseconds noted_at;
 int output = -1;    ///< standard output, also after a stop signal
 int hung_up = -1;   ///< the read end of a pipe whose write end is closed
-int hangs_up = -1;  ///< becomes a duplicate of it
+int hangs_up = -1;  ///< an eventfd; a stop signal puts `hung_up` in its place
 
 /// A signal can arrive after the last look at `noted` and before the write(2) that then blocks. Blocking the signals
 /// does not close that gap: poll(2) has a form that unblocks them while it waits, write(2) has none. So the read end

@@ -9,6 +9,8 @@
 #include "check_table.h"
 #include "clock.h"
 #include "exit_status.h"
+#include "frame.h"
+#include "input_error.h"
 #include "port_setup.h"
 
 namespace keltipc {
@@ -67,6 +69,7 @@ struct CheckedPort {
     const auto begin = steady_now();
     std::string bytes = read(reader, options.port.frame);
     longest_read = std::max(longest_read, steady_now() - begin);
+    if (bytes.empty() && has_hung_up) throw Outcome{exit_failed, "the port has hung up"};
     if (bytes.empty()) table.answer("poll in silence", false, "1, then a read: " + result);
     if (bytes.empty()) differs(has_returned ? "size of a read" : "read after poll", result);
     return bytes;
@@ -97,13 +100,14 @@ struct CheckedPort {
   }
 
   const CheckOptions& options;
+  const std::uint32_t identifier = options.send.empty() ? id_limit : parse_named(parse_frame_start_id, options.send);
   CheckTable table;
   Descriptor reader{-1};
   Descriptor writer{-1};
   unsigned int received = 0;  ///< whole frames
   std::chrono::microseconds longest_read{0};
   bool has_hung_up = false;   ///< at the last poll(2)
-  bool has_returned = false;  ///< the last call, without an interruption
+  bool has_returned = false;  ///< whether the last call ended by itself
   std::string result;         ///< of the last call: "16 bytes", "EAGAIN", "does not return"
 };
 

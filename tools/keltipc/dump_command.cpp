@@ -37,7 +37,12 @@ class Dump : public Receiver {
     return options.idle == 0 ? Clock::time_point::max() : quiet_since + milliseconds(options.idle);
   }
 
-  std::optional<Outcome> on_time() override { return Outcome{lines == 0 ? exit_timed_out : exit_done, {}}; }
+  /// The time in which this process could not read does not count.
+  std::optional<Outcome> on_time() override {
+    if (!was_held_up()) return Outcome{lines == 0 ? exit_timed_out : exit_done, {}};
+    quiet_since = Clock::now();
+    return std::nullopt;
+  }
 
  private:
   std::chrono::microseconds line_time() const { return writer.counts_from_start() ? steady_now() : utc_now(); }

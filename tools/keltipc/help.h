@@ -82,9 +82,8 @@ Filters and the exit status are those of 'keltipc dump'. Standard output must be
 a terminal; elsewhere use 'keltipc dump --stats'.)";
 
 constexpr const char* check_help =
-    R"(Nothing is needed in a row that informs. 'differs' says what it costs, and which
-page says more. Messages that are read are lost to the application. A receiver
-that runs takes what is sent for real signals.
+    R"('differs' says what it costs, and which page says more. Messages that are read
+are lost to the application; a receiver takes what is sent for real signals.
 
 Status: 0 all that is needed holds; 1 a needed row differs or was not tried;
 2 usage; 124 the device could not be opened, or nothing came within --idle.)";

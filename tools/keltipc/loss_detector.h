@@ -60,7 +60,7 @@ class LossDetector {
   std::size_t payload_size;
   LatestSignals latest;
   Run run = Run::empty;
-  SignalPart running;  ///< the last frame of the signal of which all frames of the run are, if they are of one
+  SignalPart running;  ///< the last frame of the run, while all its frames are of one signal
   /// The last frame is the first one of this signal, and came among others: if it is repeated, and the processor has
   /// completed something before, the repetition begins the signal anew.
   std::optional<std::uint32_t> unclear;

@@ -25,7 +25,8 @@ std::optional<Outcome> outcome_of_stop_signal() {
 std::optional<Outcome> write_out(std::string_view text) {
   const int error = write_output(text);
   if (error == 0) return std::nullopt;
-  if (const auto stopped = outcome_of_stop_signal()) return Outcome{stopped->status, "the last line was not written"};
+  if (const auto stopped = outcome_of_stop_signal())
+    return Outcome{stopped->status, "not all of the output was written"};
   if (error == EPIPE) return Outcome{exit_done, {}, true};
   return Outcome{exit_failed, std::string("standard output: ") + std::strerror(error)};
 }

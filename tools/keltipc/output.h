@@ -15,7 +15,7 @@ struct Outcome {
 
 /// Writes all of `text` to standard output; after a stop signal, what fits there without waiting. Returns nothing on
 /// success, else how the command ends: quietly if nobody reads it, with 128 + n after stop signal n, which also
-/// interrupts a write that blocks; it then says that the line is missing.
+/// interrupts a write that blocks; the sentence then says that output is missing.
 std::optional<Outcome> write_out(std::string_view text);
 
 /// Says on standard error how the command ended, and then `report`, unless the end is a quiet one. Returns the exit

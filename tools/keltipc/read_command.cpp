@@ -143,7 +143,7 @@ class LogDump {
   std::uint64_t bytes = 0;
   std::uint64_t faults = 0;
   std::uint64_t bad_lines = 0;
-  microseconds earliest{0};  ///< time of a signal
+  microseconds earliest{0};  ///< time of a signal; 0 before the first, as `latest`
   microseconds latest{0};
 };
 

@@ -70,7 +70,11 @@ int Receiver::run() {
     outcome = outcome_of_stop_signal();
     if (!outcome) outcome = turn();
   }
-  finish_message(*outcome);
+  if (is_passing_on() && !finish_message()) {
+    outcome->sentence += (outcome->sentence.empty() ? "" : "; ") +
+                         std::string("the last message was neither printed nor passed on to ") +
+                         quote(receive_options.tee);
+  }
   reception.end();
   tell_faults();
   return end_with_report(*outcome, report(), receive_options.strict && reception.has_losses());
@@ -88,6 +92,12 @@ std::optional<Outcome> Receiver::turn() {
     if (auto outcome = read_message()) return outcome;
   }
   return readable != 0 && !is_passing_on() && now < next_look ? std::nullopt : wait();
+}
+
+bool Receiver::was_held_up() const {
+  if (is_passing_on()) return true;
+  const bool is_late = Clock::now() - due() > between_attempts;
+  return is_late && (readable != 0 || (port.is_open() && poll_one(port.get(), POLLIN, 0) > 0));
 }
 
 bool Receiver::can_read() const { return port.is_open() && (!tee || tee->port.is_open()); }
@@ -148,9 +158,9 @@ std::optional<Outcome> Receiver::wait() {
   has_hung_up = (sources[1].revents & hang_up) != 0;
   if ((sources[2].revents & hang_up) != 0) return lose(tee->port, "has hung up");
   if (ready != 0) return std::nullopt;
-  // Only if the port is quiet, so that all that a device still holds is read after its node was removed; and only
-  // when the message that was read last has been passed on and taken.
-  auto outcome = has_message ? std::nullopt : look_at(port);
+  // Only if the port is quiet, so that all that a device still holds is read after its node was removed. With
+  // --follow also only when the message that was read last has been passed on: it would come after the fault.
+  auto outcome = has_message && receive_options.follow ? std::nullopt : look_at(port);
   return outcome || !tee ? outcome : look_at(tee->port);
 }
 
@@ -179,6 +189,7 @@ std::optional<Outcome> Receiver::look_at(KeptPort& looked_at) {
 
 std::optional<Outcome> Receiver::lose(KeptPort& gone, const std::string& reason) {
   const bool is_source = &gone == &port;
+  if (is_source && is_passing_on()) finish_message();
   is_source ? port.close() : tee->close();
   readable = 0;
   if (is_source) reception.restart();
@@ -191,17 +202,12 @@ std::optional<Outcome> Receiver::lose(KeptPort& gone, const std::string& reason)
   return std::nullopt;
 }
 
-/// A message that was read is nowhere else.
-void Receiver::finish_message(Outcome& outcome) {
-  if (!is_passing_on()) return;
+/// A message that was read is nowhere else. Returns whether PORT took it in time.
+bool Receiver::finish_message() {
   tee->finish_within(time_to_finish);
-  if (tee->is_busy()) {
-    outcome.sentence += (outcome.sentence.empty() ? "" : "; ") +
-                        std::string("the last message was neither printed nor passed on to ") +
-                        quote(receive_options.tee);
-  } else {
-    take_message();
-  }
+  if (tee->is_busy()) return false;
+  take_message();
+  return true;
 }
 
 }  // namespace keltipc

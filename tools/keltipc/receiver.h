@@ -44,6 +44,9 @@ class Receiver {
   virtual Clock::time_point due() const = 0;
   virtual std::optional<Outcome> on_time() = 0;
 
+  /// Whether messages wait because --tee waits for room, or because this process did not run when `on_time` was due.
+  bool was_held_up() const;
+
   /// The lines for standard error after the end.
   virtual std::string report() { return reception.report(source.device); }
 
@@ -64,7 +67,7 @@ class Receiver {
   std::optional<Outcome> look_at(KeptPort& looked_at);
   std::optional<Outcome> lose(KeptPort& gone, const std::string& reason);
   std::optional<Outcome> tell_faults();
-  void finish_message(Outcome& outcome);
+  bool finish_message();
 
   const ReceiveOptions& receive_options;
   Clock::time_point began_waiting = Clock::now();

@@ -37,7 +37,8 @@ std::string check_mode(std::string& text) {
   mode_t mode = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, mode, 8);
-  if (error != std::errc{} || stop != end || mode == 0 || mode > 0777) return quote(text) + " is not an octal mode from 1 to 777";
+  if (error != std::errc{} || stop != end || mode == 0 || mode > 0777)
+    return quote(text) + " is not an octal mode from 1 to 777";
   text = std::to_string(mode);
   return {};
 }
