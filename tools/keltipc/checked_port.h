@@ -69,10 +69,10 @@ struct CheckedPort {
     const auto begin = steady_now();
     std::string bytes = read(reader, options.port.frame);
     longest_read = std::max(longest_read, steady_now() - begin);
-    if (bytes.empty() && has_hung_up) throw Outcome{exit_failed, "the port has hung up"};
-    if (bytes.empty()) table.answer("poll in silence", false, "1, then a read: " + result);
-    if (bytes.empty()) differs(has_returned ? "size of a read" : "read after poll", result);
-    return bytes;
+    if (!bytes.empty()) return bytes;
+    if (has_hung_up) throw Outcome{exit_failed, "the port has hung up"};
+    table.answer("poll in silence", false, "1, then a read: " + result);
+    differs(has_returned ? "size of a read" : "read after poll", result);
   }
 
   std::string read_frame() {
