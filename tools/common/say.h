@@ -10,7 +10,7 @@
 
 namespace keltipc {
 
-/// A line of the name under which the tool was started, and the sentence.
+/// "NAME: SENTENCE", a whole line, with the name under which the tool was started.
 inline std::string error_line(const std::string& sentence) {
   return std::string(program_invocation_short_name) + ": " + sentence + "\n";
 }
